@@ -1,0 +1,69 @@
+#include "ImageData.h"
+
+#include <QBuffer>
+#include <QFile>
+#include <QImageReader>
+#include <QImageWriter>
+
+namespace {
+constexpr int PreviewEdge = 160;
+// A full-size photo of 40 MB decodes to several hundred megabytes; Qt's default 256 MB guard would
+// drop such pictures, so the limit is raised to what a real camera produces.
+constexpr int DecodeLimitMB = 2048;
+} // namespace
+
+std::shared_ptr<const ImageData> ImageData::load(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return nullptr;
+    return fromBytes(file.readAll());
+}
+
+std::shared_ptr<const ImageData> ImageData::fromBytes(const QByteArray &bytes)
+{
+    QByteArray data = bytes;
+    QBuffer buffer(&data);
+    buffer.open(QIODevice::ReadOnly);
+    QImageReader reader(&buffer);
+    reader.setAutoTransform(true);
+    const QSize size = reader.size();
+    if (!reader.canRead() || !size.isValid() || size.isEmpty())
+        return nullptr;
+    // Decoding a scaled preview proves the picture is readable without holding it whole in memory.
+    QSize scaled = size;
+    if (scaled.width() > PreviewEdge || scaled.height() > PreviewEdge)
+        scaled.scale(PreviewEdge, PreviewEdge, Qt::KeepAspectRatio);
+    reader.setScaledSize(scaled.expandedTo(QSize(1, 1)));
+    QImage preview = reader.read();
+    if (preview.isNull())
+        return nullptr;
+    auto image = std::make_shared<ImageData>();
+    image->m_bytes = bytes;
+    image->m_size = size;
+    image->m_preview = std::move(preview);
+    return image;
+}
+
+QByteArray ImageData::toJpeg() const
+{
+    QByteArray data = m_bytes;
+    QBuffer in(&data);
+    in.open(QIODevice::ReadOnly);
+    QImageReader reader(&in);
+    reader.setAutoTransform(true);
+    reader.setAllocationLimit(DecodeLimitMB);
+    QImage image = reader.read();
+    if (image.isNull())
+        return {};
+    if (image.hasAlphaChannel())
+        image = image.convertToFormat(QImage::Format_RGB32);
+    QByteArray jpeg;
+    QBuffer out(&jpeg);
+    out.open(QIODevice::WriteOnly);
+    QImageWriter writer(&out, "jpeg");
+    writer.setQuality(70);
+    if (!writer.write(image))
+        return {};
+    return jpeg;
+}

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <QByteArray>
+#include <QImage>
+#include <QSize>
+#include <QString>
+
+#include <memory>
+
+// A dropped picture, held as the bytes of its file: decoding a large photo in full is left to the moment
+// it is sent (off the UI thread), while the chat screen shows the small preview made on intake.
+class ImageData {
+public:
+    // Reads and checks the file; nothing when it cannot be read as an image.
+    static std::shared_ptr<const ImageData> load(const QString &path);
+    static std::shared_ptr<const ImageData> fromBytes(const QByteArray &bytes);
+
+    const QByteArray &bytes() const { return m_bytes; }
+    QSize size() const { return m_size; }
+    const QImage &preview() const { return m_preview; }
+
+    // The whole picture as JPEG at quality 70; empty when it cannot be decoded or encoded.
+    QByteArray toJpeg() const;
+
+private:
+    QByteArray m_bytes;
+    QSize m_size;
+    QImage m_preview;
+};
+
+using ImageRef = std::shared_ptr<const ImageData>;

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <QDir>
+#include <QGuiApplication>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <cstdlib>
+
+// Every test binary runs in a home of its own, so settings, the debug log and knowledge files never touch
+// the user's, and without a display.
+namespace TestEnvironment {
+
+inline QTemporaryDir &home()
+{
+    static QTemporaryDir dir;
+    return dir;
+}
+
+inline void isolate()
+{
+    const QString path = home().path();
+    QDir(path).mkpath(QStringLiteral("Desktop"));
+    qputenv("HOME", path.toUtf8());
+    qputenv("XDG_CONFIG_HOME", (path + QStringLiteral("/.config")).toUtf8());
+    qputenv("XDG_DATA_HOME", (path + QStringLiteral("/.local/share")).toUtf8());
+    qputenv("XDG_CACHE_HOME", (path + QStringLiteral("/.cache")).toUtf8());
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    qunsetenv("QUILLMOOR_API_BASE_URL");
+    qunsetenv("QUILLMOOR_API_KEY");
+}
+
+inline QString fixture(const QString &relative)
+{
+    return QStringLiteral(QUILLMOOR_FIXTURES_DIR "/") + relative;
+}
+
+} // namespace TestEnvironment
+
+#define QUILLMOOR_TEST_MAIN(TestObject)                                                                  \
+    int main(int argc, char *argv[])                                                                     \
+    {                                                                                                    \
+        TestEnvironment::isolate();                                                                      \
+        QGuiApplication app(argc, argv);                                                                 \
+        TestObject tc;                                                                                   \
+        QTEST_SET_MAIN_SOURCE_PATH                                                                       \
+        return QTest::qExec(&tc, argc, argv);                                                            \
+    }

@@ -1,0 +1,94 @@
+#pragma once
+
+#include <QByteArray>
+#include <QHash>
+#include <QHostAddress>
+#include <QJsonObject>
+#include <QList>
+#include <QObject>
+#include <QPair>
+#include <QUrl>
+
+class QTcpServer;
+class QTcpSocket;
+
+// A loopback server that speaks the provider's OpenAI-compatible API. Tests script its answers (status,
+// headers, body pieces with pauses, abrupt closes, silence) and read back every request it received;
+// with nothing scripted it answers like a small real provider, so the app can be tried without an account.
+class TestProvider : public QObject {
+    Q_OBJECT
+public:
+    struct Piece {
+        QByteArray bytes;
+        int delayMs = 0; // pause before this piece is written
+    };
+
+    enum class Framing {
+        CloseDelimited, // no length: the body ends when the server closes
+        Chunked,        // chunked transfer encoding; closing before the last chunk is a broken transfer
+        ContentLength,  // the whole body's length is announced up front
+    };
+
+    struct Response {
+        int status = 200;
+        QByteArray contentType = "text/event-stream";
+        QList<QPair<QByteArray, QByteArray>> headers;
+        QList<Piece> pieces;
+        Framing framing = Framing::CloseDelimited;
+        bool neverAnswer = false;    // read the request and say nothing at all
+        bool stallAfterHeads = false; // send the head and then nothing, keeping the connection open
+        bool abortAfterPieces = false; // drop the connection after the pieces, without finishing the body
+
+        static Response sse(const QStringList &contents, bool done = true, int delayMs = 0);
+        static Response json(int status, const QByteArray &body);
+        static Response text(int status, const QByteArray &body, const QByteArray &contentType = "text/plain");
+    };
+
+    struct Request {
+        QByteArray method;
+        QByteArray path;
+        QHash<QByteArray, QByteArray> headers; // names lower-cased
+        QByteArray body;
+        QJsonObject json() const;
+    };
+
+    explicit TestProvider(QObject *parent = nullptr);
+    ~TestProvider() override;
+
+    bool listen(const QHostAddress &address = QHostAddress::LocalHost, quint16 port = 0);
+    quint16 port() const;
+    // The OpenAI-compatible root, for QUILLMOOR_API_BASE_URL.
+    QUrl baseUrl() const;
+
+    // Scripted answers, taken in order; a path is matched by its ending ("/chat/completions", "/embeddings").
+    void enqueue(const QByteArray &pathSuffix, const Response &response);
+    void enqueueChat(const Response &response) { enqueue("/chat/completions", response); }
+    void enqueueEmbeddings(const Response &response) { enqueue("/embeddings", response); }
+
+    const QList<Request> &requests() const { return m_requests; }
+    QList<Request> requests(const QByteArray &pathSuffix) const;
+    void clearRequests() { m_requests.clear(); }
+
+    // What the unscripted provider does: the chat answer streams back a friendly echo word by word, and
+    // embeddings are hashed bags of words, so similar texts get similar vectors.
+    static Response defaultChatAnswer(const QJsonObject &request, int delayMs);
+    static Response defaultEmbeddings(const QJsonObject &request);
+    static QList<double> bagOfWordsVector(const QString &text, int dimensions = 64);
+    void setDefaultDelayMs(int ms) { m_defaultDelayMs = ms; }
+
+signals:
+    void requestReceived(const TestProvider::Request &request);
+
+private:
+    void onNewConnection();
+    void onReadyRead(QTcpSocket *socket);
+    void respond(QTcpSocket *socket, const Request &request);
+    void writePieces(QTcpSocket *socket, Response response, int index);
+    void finish(QTcpSocket *socket, const Response &response);
+
+    QTcpServer *m_server;
+    QHash<QTcpSocket *, QByteArray> m_buffers;
+    QList<QPair<QByteArray, Response>> m_script;
+    QList<Request> m_requests;
+    int m_defaultDelayMs = 0;
+};
