@@ -1,0 +1,100 @@
+#pragma once
+
+#include "Chat/AttachmentListModel.h"
+#include "Chat/MessageListModel.h"
+#include "Models/Attachment.h"
+#include "Models/Message.h"
+
+#include <QObject>
+#include <QPointer>
+#include <QUrl>
+
+#include <memory>
+
+class AppSettings;
+class ChatStream;
+class ContextManager;
+
+// The state and actions behind the chat screen: the conversation, the text being typed, the attachments
+// waiting to be sent and the one answer that may be streaming. Everything here runs on the main thread.
+class ChatSession : public QObject {
+    Q_OBJECT
+    Q_PROPERTY(MessageListModel *messages READ messages CONSTANT)
+    Q_PROPERTY(AttachmentListModel *pendingAttachments READ pendingAttachments CONSTANT)
+    Q_PROPERTY(QString inputText READ inputText WRITE setInputText NOTIFY inputTextChanged)
+    Q_PROPERTY(bool isLoading READ isLoading NOTIFY isLoadingChanged)
+    Q_PROPERTY(bool isDragging READ isDragging WRITE setDragging NOTIFY isDraggingChanged)
+    Q_PROPERTY(bool isAtBottom READ isAtBottom WRITE setAtBottom NOTIFY isAtBottomChanged)
+    Q_PROPERTY(bool canSend READ canSend NOTIFY canSendChanged)
+
+public:
+    static inline const QString VisionRefusal = QStringLiteral(
+        "Entschuldigung, ich kann mit dem aktuellen Modell leider keine Bilder sehen. 🙈\n\nBitte wähle in den "
+        "Einstellungen das **Qwen Vision Modell** (qwen3), wenn du mir Bilder zeigen möchtest.");
+    static constexpr int VisionRefusalDelayMs = 500;
+
+    ChatSession(ContextManager &contextManager, AppSettings &settings, QObject *parent = nullptr);
+    ~ChatSession() override;
+
+    MessageListModel *messages() { return &m_messages; }
+    AttachmentListModel *pendingAttachments() { return &m_pending; }
+    QString inputText() const { return m_inputText; }
+    void setInputText(const QString &text);
+    bool isLoading() const { return m_isLoading; }
+    bool isDragging() const { return m_isDragging; }
+    void setDragging(bool dragging);
+    bool isAtBottom() const { return m_isAtBottom; }
+    void setAtBottom(bool atBottom);
+    // The send button's rule: something to send.
+    bool canSend() const { return !m_inputText.isEmpty() || m_pending.size() > 0; }
+
+    // For a single turn (the command-line companion): these replace the stored settings when set.
+    void setModelOverride(const std::optional<QString> &model) { m_modelOverride = model; }
+    void setPromptOverride(const std::optional<QString> &prompt) { m_promptOverride = prompt; }
+    // Seeds the conversation with earlier messages (the command-line companion's --history).
+    void appendMessage(const Message &message);
+
+    Q_INVOKABLE void sendMessage();
+    Q_INVOKABLE void cancelStreaming();
+    // Classifies the file (image by extension and content, else document) and appends it to the pending list.
+    Q_INVOKABLE void addAttachment(const QUrl &url);
+    Q_INVOKABLE void removePendingAttachment(int index);
+    // Empties the conversation; nothing else is reset.
+    Q_INVOKABLE void clearMessages();
+
+    // The attachment (pending or sent) with this id, for views that show previews.
+    const Attachment *findAttachment(const QUuid &id) const;
+
+signals:
+    void inputTextChanged();
+    void isLoadingChanged();
+    void isDraggingChanged();
+    void isAtBottomChanged();
+    void canSendChanged();
+    // A piece of an answer was appended to the last message.
+    void pieceAppended(const QString &piece);
+    // A turn ended: normally, cancelled, or with an error (then `errorDescription` is set).
+    void turnFinished(bool failed, const QString &errorDescription);
+    // The canned reply for a model without vision was posted.
+    void visionRefusalPosted();
+
+private:
+    QCoro::Task<> runTurn(QString text, QList<Attachment> attachments, QList<struct HistoryEntry> history,
+                          std::shared_ptr<ChatStream> stream, std::shared_ptr<bool> cancelled);
+    void setLoading(bool loading);
+    QString currentModel() const;
+    QString currentPrompt() const;
+
+    ContextManager &m_contextManager;
+    AppSettings &m_settings;
+    MessageListModel m_messages;
+    AttachmentListModel m_pending;
+    QString m_inputText;
+    bool m_isLoading = false;
+    bool m_isDragging = false;
+    bool m_isAtBottom = true;
+    std::shared_ptr<ChatStream> m_streamingTask;
+    std::shared_ptr<bool> m_streamingCancelled;
+    std::optional<QString> m_modelOverride;
+    std::optional<QString> m_promptOverride;
+};

@@ -1,0 +1,3 @@
+#include "Commands.h"
+
+int Cli::ask(const QStringList &) { return ExitUsage; }

@@ -1,0 +1,52 @@
+#pragma once
+
+#include "Core/ProviderError.h"
+
+#include <QObject>
+#include <QQueue>
+#include <QString>
+
+#include <qcoro/qcorotask.h>
+
+#include <memory>
+#include <optional>
+
+// The answer of one chat turn: pieces of text in order, then a normal end or one error. One producer
+// pushes; one consumer awaits `next()`. The buffer is unbounded, so a slow consumer loses nothing.
+// When the consumer cancels, the producer is told (`cancelRequested`) and later pushes are dropped.
+class ChatStream : public QObject {
+    Q_OBJECT
+public:
+    struct Item {
+        enum class Kind { Piece, End, Error };
+        Kind kind = Kind::End;
+        QString piece;
+        ProviderError error;
+    };
+
+    static std::shared_ptr<ChatStream> create();
+
+    // Producer side.
+    void push(const QString &piece);
+    void finish();
+    void fail(const ProviderError &error);
+    bool isCancelled() const { return m_cancelled; }
+    bool isFinished() const { return m_finished; }
+
+    // Consumer side: the next piece, or the end, or the error; waits while nothing is there.
+    QCoro::Task<Item> next();
+    // Stops the turn: nothing more is delivered and the producer aborts its request.
+    void cancel();
+
+signals:
+    void cancelRequested();
+    void changed();
+
+private:
+    ChatStream() = default;
+
+    QQueue<QString> m_pieces;
+    std::optional<ProviderError> m_error;
+    bool m_finished = false;
+    bool m_cancelled = false;
+};
