@@ -30,6 +30,9 @@ public:
 
 signals:
     void countChanged();
+
+private:
+    QList<Message> m_messages;
 };
 
 // How views see an attachment: its id, kind, shown name and whether a preview picture exists.
