@@ -1,0 +1,18 @@
+#pragma once
+
+#include <QString>
+
+#include <optional>
+
+// Turns one file into plain text, choosing the extractor by the lower-cased extension alone:
+// "pdf" through the PDF engine, "xlsx" through the workbook reader, everything else as strict UTF-8.
+namespace TextExtraction {
+
+// The knowledge base's path: the whole text, however long; an empty file gives an empty text.
+// Prints the "Extracting text from:" console line.
+std::optional<QString> forKnowledge(const QString &path);
+
+// The attachment path: cut at 30,000 characters with the German note; nothing when the text is empty.
+std::optional<QString> forAttachment(const QString &path);
+
+} // namespace TextExtraction
