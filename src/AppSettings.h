@@ -10,11 +10,14 @@
 #include <QStringList>
 #include <QUrl>
 
+class ContextManager;
+
 // The one settings object: four values kept in the per-user store and written through at once, the fixed
 // model catalogue and the accent palette. Every read consults the store; a signal follows each write.
 class AppSettings : public QObject {
     Q_OBJECT
-    Q_PROPERTY(int accentColorIndex READ accentColorIndex WRITE setAccentColorIndex NOTIFY accentColorIndexChanged)
+    Q_PROPERTY(
+        int accentColorIndex READ accentColorIndex WRITE setAccentColorIndex NOTIFY accentColorIndexChanged)
     Q_PROPERTY(QString selectedModel READ selectedModel WRITE setSelectedModel NOTIFY selectedModelChanged)
     Q_PROPERTY(QString masterPrompt READ masterPrompt WRITE setMasterPrompt NOTIFY masterPromptChanged)
     Q_PROPERTY(QColor accentColor READ accentColor NOTIFY accentColorIndexChanged)
@@ -50,6 +53,14 @@ public:
 
     // The catalogue texts for views (empty strings for a model outside the catalogue).
     Q_INVOKABLE QVariantMap modelInfo(const QString &model) const;
+
+    // The persisted knowledge files (KnowledgeBookmarks): the files that still resolve, with the store
+    // cleaned of the others; a dropped file added once; row `index` removed.
+    QList<QUrl> getKnowledgeURLs();
+    void addKnowledgeFile(const QUrl &url, ContextManager &contextManager);
+    void removeKnowledgeFile(int index, const QUrl &url, ContextManager &contextManager);
+    // One row's bookmark, or an empty URL when it no longer resolves.
+    static QUrl resolveBookmark(const QByteArray &bookmark);
 
 signals:
     void accentColorIndexChanged();

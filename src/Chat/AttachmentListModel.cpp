@@ -1,36 +1,38 @@
 #include "AttachmentListModel.h"
 
-int AttachmentListModel::rowCount(const QModelIndex &parent) const { return parent.isValid() ? 0 : size(); }
+int AttachmentListModel::rowCount(const QModelIndex &parent) const {
+    return parent.isValid() ? 0 : size();
+}
 
-QVariant AttachmentListModel::data(const QModelIndex &index, int role) const
-{
+QVariant AttachmentListModel::data(const QModelIndex &index, int role) const {
     if (!checkIndex(index, CheckIndexOption::IndexIsValid | CheckIndexOption::ParentIsInvalid))
         return {};
     const Attachment &a = m_items.at(index.row());
     switch (role) {
-    case IdRole: return a.id().toString(QUuid::WithoutBraces);
-    case IsImageRole: return a.type().isImage();
+    case IdRole:
+        return a.id().toString(QUuid::WithoutBraces);
+    case IsImageRole:
+        return a.type().isImage();
     case Qt::DisplayRole:
-    case NameRole: return a.type().isImage() ? QString() : a.type().name();
-    default: return {};
+    case NameRole:
+        return a.type().isImage() ? QString() : a.type().name();
+    default:
+        return {};
     }
 }
 
-QHash<int, QByteArray> AttachmentListModel::roleNames() const
-{
+QHash<int, QByteArray> AttachmentListModel::roleNames() const {
     return {{IdRole, "attachmentId"}, {IsImageRole, "isImage"}, {NameRole, "name"}};
 }
 
-void AttachmentListModel::append(const Attachment &attachment)
-{
+void AttachmentListModel::append(const Attachment &attachment) {
     beginInsertRows({}, size(), size());
     m_items.append(attachment);
     endInsertRows();
     emit countChanged();
 }
 
-void AttachmentListModel::removeAt(int row)
-{
+void AttachmentListModel::removeAt(int row) {
     if (row < 0 || row >= size())
         return;
     beginRemoveRows({}, row, row);
@@ -39,8 +41,7 @@ void AttachmentListModel::removeAt(int row)
     emit countChanged();
 }
 
-QList<Attachment> AttachmentListModel::takeAll()
-{
+QList<Attachment> AttachmentListModel::takeAll() {
     if (m_items.isEmpty())
         return {};
     beginResetModel();

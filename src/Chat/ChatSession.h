@@ -9,11 +9,15 @@
 #include <QPointer>
 #include <QUrl>
 
+#include <qcoro/qcorotask.h>
+
 #include <memory>
+#include <optional>
 
 class AppSettings;
 class ChatStream;
 class ContextManager;
+struct HistoryEntry;
 
 // The state and actions behind the chat screen: the conversation, the text being typed, the attachments
 // waiting to be sent and the one answer that may be streaming. Everything here runs on the main thread.
@@ -29,7 +33,8 @@ class ChatSession : public QObject {
 
 public:
     static inline const QString VisionRefusal = QStringLiteral(
-        "Entschuldigung, ich kann mit dem aktuellen Modell leider keine Bilder sehen. 🙈\n\nBitte wähle in den "
+        "Entschuldigung, ich kann mit dem aktuellen Modell leider keine Bilder sehen. 🙈\n\nBitte wähle in "
+        "den "
         "Einstellungen das **Qwen Vision Modell** (qwen3), wenn du mir Bilder zeigen möchtest.");
     static constexpr int VisionRefusalDelayMs = 500;
 
@@ -58,6 +63,8 @@ public:
     Q_INVOKABLE void cancelStreaming();
     // Classifies the file (image by extension and content, else document) and appends it to the pending list.
     Q_INVOKABLE void addAttachment(const QUrl &url);
+    // The same, finishing when the attachment has been appended. Pictures are checked off the main thread.
+    QCoro::Task<> addAttachmentAsync(QUrl url);
     Q_INVOKABLE void removePendingAttachment(int index);
     // Empties the conversation; nothing else is reset.
     Q_INVOKABLE void clearMessages();
@@ -79,8 +86,8 @@ signals:
     void visionRefusalPosted();
 
 private:
-    QCoro::Task<> runTurn(QString text, QList<Attachment> attachments, QList<struct HistoryEntry> history,
-                          std::shared_ptr<ChatStream> stream, std::shared_ptr<bool> cancelled);
+    QCoro::Task<> runTurn(std::shared_ptr<ChatStream> stream, std::shared_ptr<bool> cancelled, int turn);
+    void finishTurn(int turn, bool failed, const QString &description);
     void setLoading(bool loading);
     QString currentModel() const;
     QString currentPrompt() const;
@@ -95,6 +102,7 @@ private:
     bool m_isAtBottom = true;
     std::shared_ptr<ChatStream> m_streamingTask;
     std::shared_ptr<bool> m_streamingCancelled;
+    int m_turn = 0; // the newest turn; an older one ending must not stop the newer one's display
     std::optional<QString> m_modelOverride;
     std::optional<QString> m_promptOverride;
 };

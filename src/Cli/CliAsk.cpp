@@ -1,3 +1,157 @@
 #include "Commands.h"
 
-int Cli::ask(const QStringList &) { return ExitUsage; }
+#include "AppSettings.h"
+#include "Chat/ChatSession.h"
+#include "Services/ContextManager.h"
+
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTextStream>
+
+#include <qcoro/qcorosignal.h>
+#include <qcoro/qcorotask.h>
+
+#include <cstdio>
+
+namespace {
+
+struct AskOptions {
+    std::optional<QString> model;
+    std::optional<QString> prompt;
+    QString historyFile;
+    QStringList attachments;
+    QStringList knowledge;
+    QString question;
+};
+
+int usageError(const QString &message) {
+    QTextStream(stderr) << "quillmoor-cli ask: " << message << "\n";
+    return Cli::ExitUsage;
+}
+
+void writeOut(const QString &text) {
+    const QByteArray bytes = text.toUtf8();
+    std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stdout);
+    std::fflush(stdout);
+}
+
+// Parses the arguments; returns an exit status when the command cannot run.
+std::optional<int> parse(const QStringList &args, AskOptions &options) {
+    QStringList positional;
+    for (qsizetype i = 0; i < args.size(); ++i) {
+        const QString &arg = args[i];
+        const auto value = [&]() -> std::optional<QString> {
+            if (i + 1 >= args.size())
+                return std::nullopt;
+            return args[++i];
+        };
+        if (arg == QLatin1String("--model") || arg == QLatin1String("--prompt") ||
+            arg == QLatin1String("--history") || arg == QLatin1String("--attach") ||
+            arg == QLatin1String("--knowledge")) {
+            const std::optional<QString> v = value();
+            if (!v)
+                return usageError(arg + QStringLiteral(" needs a value"));
+            if (arg == QLatin1String("--model"))
+                options.model = *v;
+            else if (arg == QLatin1String("--prompt"))
+                options.prompt = *v;
+            else if (arg == QLatin1String("--history"))
+                options.historyFile = *v;
+            else if (arg == QLatin1String("--attach"))
+                options.attachments.append(*v);
+            else
+                options.knowledge.append(*v);
+        } else if (arg == QLatin1String("--")) {
+            positional.append(args.mid(i + 1));
+            break;
+        } else if (arg.startsWith(QLatin1String("--"))) {
+            return usageError(QStringLiteral("unknown option ") + arg);
+        } else {
+            positional.append(arg);
+        }
+    }
+    if (positional.size() != 1)
+        return usageError(QStringLiteral("exactly one QUESTION is needed"));
+    options.question = positional.first();
+    for (const QString &file : options.attachments + options.knowledge)
+        if (!QFileInfo::exists(file))
+            return usageError(QStringLiteral("no such file: ") + file);
+    return std::nullopt;
+}
+
+// The --history file: a JSON array of {"role", "content"} objects, oldest first.
+std::optional<QList<Message>> readHistory(const QString &path, QString *error) {
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly)) {
+        *error = QStringLiteral("cannot read ") + path;
+        return std::nullopt;
+    }
+    QJsonParseError parseError;
+    const QJsonDocument document = QJsonDocument::fromJson(file.readAll(), &parseError);
+    if (!document.isArray()) {
+        *error = path + QStringLiteral(" is not a JSON array of {\"role\", \"content\"} objects");
+        return std::nullopt;
+    }
+    QList<Message> messages;
+    for (const QJsonValue &value : document.array()) {
+        const QJsonObject entry = value.toObject();
+        if (!value.isObject() || !entry.value(QLatin1String("role")).isString() ||
+            !entry.value(QLatin1String("content")).isString()) {
+            *error = path + QStringLiteral(" is not a JSON array of {\"role\", \"content\"} objects");
+            return std::nullopt;
+        }
+        messages.append(Message(entry.value(QLatin1String("content")).toString(),
+                                entry.value(QLatin1String("role")).toString() == QLatin1String("user")));
+    }
+    return messages;
+}
+
+QCoro::Task<int> runAsk(AskOptions options) {
+    auto api = std::make_shared<const InfomaniakAPI>(InfomaniakAPI::fromEnvironment());
+    AppSettings settings;
+    ContextManager contextManager(api);
+    ChatSession session(contextManager, settings);
+    session.setModelOverride(options.model);
+    session.setPromptOverride(options.prompt);
+
+    if (!options.historyFile.isEmpty()) {
+        QString error;
+        const std::optional<QList<Message>> history = readHistory(options.historyFile, &error);
+        if (!history)
+            co_return usageError(error);
+        for (const Message &m : *history)
+            session.appendMessage(m);
+    }
+    for (const QString &file : options.attachments)
+        co_await session.addAttachmentAsync(QUrl::fromLocalFile(QFileInfo(file).absoluteFilePath()));
+
+    QObject::connect(&session, &ChatSession::pieceAppended, &writeOut);
+    bool done = false;
+    bool failed = false;
+    QObject::connect(&session, &ChatSession::turnFinished, [&](bool turnFailed, const QString &) {
+        failed = turnFailed;
+        done = true;
+    });
+    QObject::connect(&session, &ChatSession::visionRefusalPosted, [&] {
+        writeOut(ChatSession::VisionRefusal);
+        done = true;
+    });
+
+    session.setInputText(options.question);
+    session.sendMessage();
+    while (!done)
+        co_await qCoro(&session, &ChatSession::isLoadingChanged, std::chrono::milliseconds(100));
+    co_return failed ? Cli::ExitTurnFailed : Cli::ExitOk;
+}
+
+} // namespace
+
+int Cli::ask(const QStringList &args) {
+    AskOptions options;
+    if (const std::optional<int> status = parse(args, options))
+        return *status;
+    return QCoro::waitFor(runAsk(std::move(options)));
+}

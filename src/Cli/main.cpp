@@ -7,19 +7,18 @@
 
 namespace {
 
-int usage()
-{
-    QTextStream(stderr) << "usage: quillmoor-cli extract [--attachment] FILE\n"
-                           "       quillmoor-cli chunks FILE\n"
-                           "       quillmoor-cli ask [--model ID] [--prompt TEXT] [--history FILE] [--attach FILE]...\n"
-                           "                         [--knowledge FILE]... QUESTION\n";
+int usage() {
+    QTextStream(stderr)
+        << "usage: quillmoor-cli extract [--attachment] FILE\n"
+           "       quillmoor-cli chunks FILE\n"
+           "       quillmoor-cli ask [--model ID] [--prompt TEXT] [--history FILE] [--attach FILE]...\n"
+           "                         [--knowledge FILE]... QUESTION\n";
     return Cli::ExitUsage;
 }
 
 } // namespace
 
-int main(int argc, char *argv[])
-{
+int main(int argc, char *argv[]) {
     // Pictures are decoded through Qt's image plugins, which need a GUI application but no display.
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
         qputenv("QT_QPA_PLATFORM", "offscreen");

@@ -3,8 +3,7 @@
 #include <QCoreApplication>
 #include <QThread>
 
-Notifier &Notifier::instance()
-{
+Notifier &Notifier::instance() {
     static Notifier *notifier = [] {
         auto *n = new Notifier;
         if (QCoreApplication::instance())
@@ -14,11 +13,11 @@ Notifier &Notifier::instance()
     return *notifier;
 }
 
-void Notifier::post(const QString &name)
-{
+void Notifier::post(const QString &name) {
     if (QThread::currentThread() == thread()) {
         emit posted(name);
         return;
     }
-    QMetaObject::invokeMethod(this, [this, name] { emit posted(name); }, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(
+        this, [this, name] { emit posted(name); }, Qt::QueuedConnection);
 }

@@ -2,4 +2,6 @@
 
 #include <QFileInfo>
 
-bool SecurityScope::startAccessing(const QString &path) { return QFileInfo(path).isReadable(); }
+bool SecurityScope::startAccessing(const QString &path) {
+    return QFileInfo(path).isReadable();
+}

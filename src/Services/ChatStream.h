@@ -14,7 +14,7 @@
 // The answer of one chat turn: pieces of text in order, then a normal end or one error. One producer
 // pushes; one consumer awaits `next()`. The buffer is unbounded, so a slow consumer loses nothing.
 // When the consumer cancels, the producer is told (`cancelRequested`) and later pushes are dropped.
-class ChatStream : public QObject {
+class ChatStream : public QObject, public std::enable_shared_from_this<ChatStream> {
     Q_OBJECT
 public:
     struct Item {
@@ -44,6 +44,7 @@ signals:
 
 private:
     ChatStream() = default;
+    std::shared_ptr<ChatStream> shared_from_this_guard() { return shared_from_this(); }
 
     QQueue<QString> m_pieces;
     std::optional<ProviderError> m_error;

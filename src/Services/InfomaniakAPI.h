@@ -36,10 +36,12 @@ struct EmbeddingsResult {
 // main thread; the work around it (reading attachments, encoding images, scoring) runs on the thread pool.
 class InfomaniakAPI {
 public:
-    static inline const QString DefaultSystemPrompt = QStringLiteral("Du bist ein hilfreicher und kompetenter Assistent.");
-    static inline const QString PlainStyleSentence = QStringLiteral(
-        "Antworte locker, kurz und natürlich. Keine Floskeln. Stelle dich NICHT vor und erwähne NICHT wer du bist "
-        "oder für welche Firma du arbeitest.");
+    static inline const QString DefaultSystemPrompt =
+        QStringLiteral("Du bist ein hilfreicher und kompetenter Assistent.");
+    static inline const QString PlainStyleSentence =
+        QStringLiteral("Antworte locker, kurz und natürlich. Keine Floskeln. Stelle dich NICHT vor und "
+                       "erwähne NICHT wer du bist "
+                       "oder für welche Firma du arbeitest.");
 
     InfomaniakAPI(const QString &apiKey, const QString &productId);
     // The compiled-in account, overridden by QUILLMOOR_API_BASE_URL and QUILLMOOR_API_KEY when set.
@@ -54,8 +56,10 @@ public:
     void setTransferTimeoutMs(int ms) { m_transferTimeoutMs = ms; }
 
     // Starts one turn in the background and returns its stream at once.
-    std::shared_ptr<ChatStream> sendStreamingMessage(const QString &message, const QList<Attachment> &attachments,
-                                                     const QList<DocumentChunk> &externalChunks, const QString &model,
+    std::shared_ptr<ChatStream> sendStreamingMessage(const QString &message,
+                                                     const QList<Attachment> &attachments,
+                                                     const QList<DocumentChunk> &externalChunks,
+                                                     const QString &model,
                                                      const std::optional<QString> &systemPrompt,
                                                      const QList<HistoryEntry> &conversationHistory) const;
 
@@ -70,9 +74,11 @@ public:
     static QNetworkAccessManager &network();
 
 private:
-    QCoro::Task<> runTurn(std::shared_ptr<ChatStream> stream, QString message, QList<Attachment> attachments,
-                          QList<DocumentChunk> externalChunks, QString model, std::optional<QString> systemPrompt,
-                          QList<HistoryEntry> history) const;
+    // Runs on the main thread's event loop; the copy of the client keeps the turn independent of its caller.
+    static QCoro::Task<> runTurn(InfomaniakAPI api, std::shared_ptr<ChatStream> stream, QString message,
+                                 QList<Attachment> attachments, QList<DocumentChunk> externalChunks,
+                                 QString model, std::optional<QString> systemPrompt,
+                                 QList<HistoryEntry> history);
 
     QString m_apiKey;
     QString m_productId;

@@ -11,14 +11,12 @@
 // the user's, and without a display.
 namespace TestEnvironment {
 
-inline QTemporaryDir &home()
-{
+inline QTemporaryDir &home() {
     static QTemporaryDir dir;
     return dir;
 }
 
-inline void isolate()
-{
+inline void isolate() {
     const QString path = home().path();
     QDir(path).mkpath(QStringLiteral("Desktop"));
     qputenv("HOME", path.toUtf8());
@@ -30,19 +28,17 @@ inline void isolate()
     qunsetenv("QUILLMOOR_API_KEY");
 }
 
-inline QString fixture(const QString &relative)
-{
+inline QString fixture(const QString &relative) {
     return QStringLiteral(QUILLMOOR_FIXTURES_DIR "/") + relative;
 }
 
 } // namespace TestEnvironment
 
-#define QUILLMOOR_TEST_MAIN(TestObject)                                                                  \
-    int main(int argc, char *argv[])                                                                     \
-    {                                                                                                    \
-        TestEnvironment::isolate();                                                                      \
-        QGuiApplication app(argc, argv);                                                                 \
-        TestObject tc;                                                                                   \
-        QTEST_SET_MAIN_SOURCE_PATH                                                                       \
-        return QTest::qExec(&tc, argc, argv);                                                            \
+#define QUILLMOOR_TEST_MAIN(TestObject)                                                                      \
+    int main(int argc, char *argv[]) {                                                                       \
+        TestEnvironment::isolate();                                                                          \
+        QGuiApplication app(argc, argv);                                                                     \
+        TestObject tc;                                                                                       \
+        QTEST_SET_MAIN_SOURCE_PATH                                                                           \
+        return QTest::qExec(&tc, argc, argv);                                                                \
     }

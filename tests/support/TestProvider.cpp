@@ -14,22 +14,28 @@
 
 namespace {
 
-QByteArray reasonPhrase(int status)
-{
+QByteArray reasonPhrase(int status) {
     switch (status) {
-    case 200: return "OK";
-    case 400: return "Bad Request";
-    case 401: return "Unauthorized";
-    case 404: return "Not Found";
-    case 429: return "Too Many Requests";
-    case 500: return "Internal Server Error";
-    case 502: return "Bad Gateway";
-    default: return "Status";
+    case 200:
+        return "OK";
+    case 400:
+        return "Bad Request";
+    case 401:
+        return "Unauthorized";
+    case 404:
+        return "Not Found";
+    case 429:
+        return "Too Many Requests";
+    case 500:
+        return "Internal Server Error";
+    case 502:
+        return "Bad Gateway";
+    default:
+        return "Status";
     }
 }
 
-QByteArray sseEvent(const QString &content)
-{
+QByteArray sseEvent(const QString &content) {
     QJsonObject delta{{QStringLiteral("content"), content}};
     QJsonObject choice{{QStringLiteral("index"), 0}, {QStringLiteral("delta"), delta}};
     QJsonObject event{{QStringLiteral("object"), QStringLiteral("chat.completion.chunk")},
@@ -39,8 +45,7 @@ QByteArray sseEvent(const QString &content)
 
 } // namespace
 
-TestProvider::Response TestProvider::Response::sse(const QStringList &contents, bool done, int delayMs)
-{
+TestProvider::Response TestProvider::Response::sse(const QStringList &contents, bool done, int delayMs) {
     Response r;
     for (const QString &c : contents)
         r.pieces.append({sseEvent(c), delayMs});
@@ -49,13 +54,12 @@ TestProvider::Response TestProvider::Response::sse(const QStringList &contents, 
     return r;
 }
 
-TestProvider::Response TestProvider::Response::json(int status, const QByteArray &body)
-{
+TestProvider::Response TestProvider::Response::json(int status, const QByteArray &body) {
     return text(status, body, "application/json");
 }
 
-TestProvider::Response TestProvider::Response::text(int status, const QByteArray &body, const QByteArray &contentType)
-{
+TestProvider::Response TestProvider::Response::text(int status, const QByteArray &body,
+                                                    const QByteArray &contentType) {
     Response r;
     r.status = status;
     r.contentType = contentType;
@@ -64,33 +68,35 @@ TestProvider::Response TestProvider::Response::text(int status, const QByteArray
     return r;
 }
 
-QJsonObject TestProvider::Request::json() const { return QJsonDocument::fromJson(body).object(); }
+QJsonObject TestProvider::Request::json() const {
+    return QJsonDocument::fromJson(body).object();
+}
 
 TestProvider::TestProvider(QObject *parent)
     : QObject(parent)
-    , m_server(new QTcpServer(this))
-{
+    , m_server(new QTcpServer(this)) {
     connect(m_server, &QTcpServer::newConnection, this, &TestProvider::onNewConnection);
 }
 
 TestProvider::~TestProvider() = default;
 
-bool TestProvider::listen(const QHostAddress &address, quint16 port) { return m_server->listen(address, port); }
+bool TestProvider::listen(const QHostAddress &address, quint16 port) {
+    return m_server->listen(address, port);
+}
 
-quint16 TestProvider::port() const { return m_server->serverPort(); }
+quint16 TestProvider::port() const {
+    return m_server->serverPort();
+}
 
-QUrl TestProvider::baseUrl() const
-{
+QUrl TestProvider::baseUrl() const {
     return QUrl(QStringLiteral("http://127.0.0.1:%1/v1").arg(port()));
 }
 
-void TestProvider::enqueue(const QByteArray &pathSuffix, const Response &response)
-{
+void TestProvider::enqueue(const QByteArray &pathSuffix, const Response &response) {
     m_script.append({pathSuffix, response});
 }
 
-QList<TestProvider::Request> TestProvider::requests(const QByteArray &pathSuffix) const
-{
+QList<TestProvider::Request> TestProvider::requests(const QByteArray &pathSuffix) const {
     QList<Request> result;
     for (const Request &r : m_requests)
         if (r.path.endsWith(pathSuffix))
@@ -98,8 +104,7 @@ QList<TestProvider::Request> TestProvider::requests(const QByteArray &pathSuffix
     return result;
 }
 
-void TestProvider::onNewConnection()
-{
+void TestProvider::onNewConnection() {
     while (QTcpSocket *socket = m_server->nextPendingConnection()) {
         connect(socket, &QTcpSocket::readyRead, this, [this, socket] { onReadyRead(socket); });
         connect(socket, &QTcpSocket::disconnected, this, [this, socket] {
@@ -109,8 +114,7 @@ void TestProvider::onNewConnection()
     }
 }
 
-void TestProvider::onReadyRead(QTcpSocket *socket)
-{
+void TestProvider::onReadyRead(QTcpSocket *socket) {
     QByteArray &buffer = m_buffers[socket];
     buffer += socket->readAll();
     const qsizetype headEnd = buffer.indexOf("\r\n\r\n");
@@ -124,7 +128,8 @@ void TestProvider::onReadyRead(QTcpSocket *socket)
     for (qsizetype i = 1; i < lines.size(); ++i) {
         const qsizetype colon = lines[i].indexOf(':');
         if (colon > 0)
-            request.headers.insert(lines[i].left(colon).trimmed().toLower(), lines[i].mid(colon + 1).trimmed());
+            request.headers.insert(lines[i].left(colon).trimmed().toLower(),
+                                   lines[i].mid(colon + 1).trimmed());
     }
     const qsizetype length = request.headers.value("content-length").toLongLong();
     if (buffer.size() < headEnd + 4 + length)
@@ -136,8 +141,7 @@ void TestProvider::onReadyRead(QTcpSocket *socket)
     respond(socket, request);
 }
 
-void TestProvider::respond(QTcpSocket *socket, const Request &request)
-{
+void TestProvider::respond(QTcpSocket *socket, const Request &request) {
     std::optional<Response> scripted;
     for (qsizetype i = 0; i < m_script.size(); ++i) {
         if (request.path.endsWith(m_script[i].first)) {
@@ -158,7 +162,8 @@ void TestProvider::respond(QTcpSocket *socket, const Request &request)
     if (response.neverAnswer)
         return;
 
-    QByteArray head = "HTTP/1.1 " + QByteArray::number(response.status) + ' ' + reasonPhrase(response.status) + "\r\n";
+    QByteArray head =
+        "HTTP/1.1 " + QByteArray::number(response.status) + ' ' + reasonPhrase(response.status) + "\r\n";
     head += "Content-Type: " + response.contentType + "\r\n";
     for (const auto &[name, value] : response.headers)
         head += name + ": " + value + "\r\n";
@@ -177,8 +182,7 @@ void TestProvider::respond(QTcpSocket *socket, const Request &request)
     writePieces(socket, response, 0);
 }
 
-void TestProvider::writePieces(QTcpSocket *socket, Response response, int index)
-{
+void TestProvider::writePieces(QTcpSocket *socket, Response response, int index) {
     QPointer<QTcpSocket> guard(socket);
     while (index < response.pieces.size()) {
         const Piece &piece = response.pieces[index];
@@ -200,8 +204,7 @@ void TestProvider::writePieces(QTcpSocket *socket, Response response, int index)
     finish(socket, response);
 }
 
-void TestProvider::finish(QTcpSocket *socket, const Response &response)
-{
+void TestProvider::finish(QTcpSocket *socket, const Response &response) {
     if (response.abortAfterPieces) {
         socket->flush();
         socket->abort();
@@ -212,23 +215,29 @@ void TestProvider::finish(QTcpSocket *socket, const Response &response)
     socket->disconnectFromHost();
 }
 
-TestProvider::Response TestProvider::defaultChatAnswer(const QJsonObject &request, int delayMs)
-{
+TestProvider::Response TestProvider::defaultChatAnswer(const QJsonObject &request, int delayMs) {
     const QJsonArray messages = request.value(QStringLiteral("messages")).toArray();
-    const QJsonValue content = messages.isEmpty() ? QJsonValue() : messages.last().toObject().value(QStringLiteral("content"));
-    QString question = content.isArray() ? content.toArray().first().toObject().value(QStringLiteral("text")).toString()
-                                         : content.toString();
+    const QJsonValue content =
+        messages.isEmpty() ? QJsonValue() : messages.last().toObject().value(QStringLiteral("content"));
+    QString question = content.isArray()
+                           ? content.toArray().first().toObject().value(QStringLiteral("text")).toString()
+                           : content.toString();
     const int images = content.isArray() ? int(content.toArray().size()) - 1 : 0;
-    const bool knowledge = messages.first().toObject().value(QStringLiteral("content")).toString().startsWith(
-        QStringLiteral("<database_schema>"));
+    const bool knowledge = messages.first()
+                               .toObject()
+                               .value(QStringLiteral("content"))
+                               .toString()
+                               .startsWith(QStringLiteral("<database_schema>"));
     question = question.section(QStringLiteral("\n\n--- Dokument: "), 0, 0).trimmed();
 
-    QString answer = QStringLiteral("## Testanbieter\n\nDu hast geschrieben: **%1**\n\n").arg(question.left(200));
+    QString answer =
+        QStringLiteral("## Testanbieter\n\nDu hast geschrieben: **%1**\n\n").arg(question.left(200));
     answer += QStringLiteral("- Modell: `%1`\n").arg(request.value(QStringLiteral("model")).toString());
     answer += QStringLiteral("- Verlauf: %1 Nachrichten\n").arg(messages.size());
     if (images > 0)
         answer += QStringLiteral("- Bilder: %1\n").arg(images);
-    answer += knowledge ? QStringLiteral("- Wissen: *aus deinen Dateien*\n") : QStringLiteral("- Wissen: keines\n");
+    answer +=
+        knowledge ? QStringLiteral("- Wissen: *aus deinen Dateien*\n") : QStringLiteral("- Wissen: keines\n");
     answer += QStringLiteral("\nDies ist eine Antwort des lokalen Testanbieters.");
 
     QStringList pieces;
@@ -240,8 +249,7 @@ TestProvider::Response TestProvider::defaultChatAnswer(const QJsonObject &reques
     return r;
 }
 
-QList<double> TestProvider::bagOfWordsVector(const QString &text, int dimensions)
-{
+QList<double> TestProvider::bagOfWordsVector(const QString &text, int dimensions) {
     QList<double> v(dimensions, 0.0);
     static const QRegularExpression split(QStringLiteral("[^\\p{L}\\p{N}]+"));
     for (const QString &word : text.toLower().split(split, Qt::SkipEmptyParts)) {
@@ -259,8 +267,7 @@ QList<double> TestProvider::bagOfWordsVector(const QString &text, int dimensions
     return v;
 }
 
-TestProvider::Response TestProvider::defaultEmbeddings(const QJsonObject &request)
-{
+TestProvider::Response TestProvider::defaultEmbeddings(const QJsonObject &request) {
     QJsonArray data;
     int index = 0;
     for (const QJsonValue &input : request.value(QStringLiteral("input")).toArray()) {

@@ -35,13 +35,14 @@ public:
         QList<QPair<QByteArray, QByteArray>> headers;
         QList<Piece> pieces;
         Framing framing = Framing::CloseDelimited;
-        bool neverAnswer = false;    // read the request and say nothing at all
-        bool stallAfterHeads = false; // send the head and then nothing, keeping the connection open
+        bool neverAnswer = false;      // read the request and say nothing at all
+        bool stallAfterHeads = false;  // send the head and then nothing, keeping the connection open
         bool abortAfterPieces = false; // drop the connection after the pieces, without finishing the body
 
         static Response sse(const QStringList &contents, bool done = true, int delayMs = 0);
         static Response json(int status, const QByteArray &body);
-        static Response text(int status, const QByteArray &body, const QByteArray &contentType = "text/plain");
+        static Response text(int status, const QByteArray &body,
+                             const QByteArray &contentType = "text/plain");
     };
 
     struct Request {

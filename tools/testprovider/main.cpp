@@ -7,16 +7,16 @@
 #include <QCoreApplication>
 #include <QTextStream>
 
-int main(int argc, char *argv[])
-{
+int main(int argc, char *argv[]) {
     QCoreApplication app(argc, argv);
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral("Loopback test provider with an OpenAI-compatible API"));
     parser.addHelpOption();
     QCommandLineOption portOption(QStringLiteral("port"), QStringLiteral("Port to listen on (default 8080)."),
                                   QStringLiteral("port"), QStringLiteral("8080"));
-    QCommandLineOption delayOption(QStringLiteral("delay"), QStringLiteral("Pause between answer pieces in ms."),
-                                   QStringLiteral("ms"), QStringLiteral("40"));
+    QCommandLineOption delayOption(QStringLiteral("delay"),
+                                   QStringLiteral("Pause between answer pieces in ms."), QStringLiteral("ms"),
+                                   QStringLiteral("40"));
     parser.addOption(portOption);
     parser.addOption(delayOption);
     parser.process(app);
@@ -27,8 +27,8 @@ int main(int argc, char *argv[])
         QTextStream(stderr) << "Cannot listen on port " << parser.value(portOption) << "\n";
         return 1;
     }
-    QTextStream(stdout) << "Test provider listening. Use QUILLMOOR_API_BASE_URL=" << provider.baseUrl().toString()
-                        << "\n";
+    QTextStream(stdout) << "Test provider listening. Use QUILLMOOR_API_BASE_URL="
+                        << provider.baseUrl().toString() << "\n";
     QObject::connect(&provider, &TestProvider::requestReceived, [](const TestProvider::Request &r) {
         QTextStream(stdout) << r.method << ' ' << r.path << " (" << r.body.size() << " bytes)\n";
     });

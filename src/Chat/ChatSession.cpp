@@ -1,0 +1,223 @@
+#include "ChatSession.h"
+
+#include "AppSettings.h"
+#include "Core/Console.h"
+#include "Core/Notifier.h"
+#include "Services/ContextManager.h"
+
+#include <QFileInfo>
+#include <QRegularExpression>
+#include <QTimer>
+#include <QtConcurrent>
+
+#include <qcoro/qcorofuture.h>
+
+namespace {
+
+bool hasImageExtension(const QUrl &url) {
+    static const QRegularExpression imageExtension(QStringLiteral("png|jpg|jpeg|webp"));
+    return imageExtension.match(QFileInfo(url.path()).suffix().toLower()).hasMatch();
+}
+
+} // namespace
+
+ChatSession::ChatSession(ContextManager &contextManager, AppSettings &settings, QObject *parent)
+    : QObject(parent)
+    , m_contextManager(contextManager)
+    , m_settings(settings) {
+    connect(&Notifier::instance(), &Notifier::posted, this, [this](const QString &name) {
+        if (name == Notifier::ClearChatMemory)
+            clearMessages();
+    });
+    connect(&m_pending, &AttachmentListModel::countChanged, this, &ChatSession::canSendChanged);
+}
+
+ChatSession::~ChatSession() {
+    if (m_streamingTask)
+        m_streamingTask->cancel();
+}
+
+void ChatSession::setInputText(const QString &text) {
+    if (text == m_inputText)
+        return;
+    const bool couldSend = canSend();
+    m_inputText = text;
+    emit inputTextChanged();
+    if (couldSend != canSend())
+        emit canSendChanged();
+}
+
+void ChatSession::setDragging(bool dragging) {
+    if (dragging == m_isDragging)
+        return;
+    m_isDragging = dragging;
+    emit isDraggingChanged();
+}
+
+void ChatSession::setAtBottom(bool atBottom) {
+    if (atBottom == m_isAtBottom)
+        return;
+    m_isAtBottom = atBottom;
+    emit isAtBottomChanged();
+}
+
+void ChatSession::setLoading(bool loading) {
+    if (loading == m_isLoading)
+        return;
+    m_isLoading = loading;
+    emit isLoadingChanged();
+}
+
+QString ChatSession::currentModel() const {
+    return m_modelOverride.value_or(m_settings.selectedModel());
+}
+
+QString ChatSession::currentPrompt() const {
+    return m_promptOverride.value_or(m_settings.masterPrompt());
+}
+
+void ChatSession::appendMessage(const Message &message) {
+    m_messages.append(message);
+}
+
+void ChatSession::sendMessage() {
+    if (m_inputText.isEmpty() && m_pending.size() == 0)
+        return;
+
+    const bool sendsImages = std::any_of(m_pending.list().cbegin(), m_pending.list().cend(),
+                                         [](const Attachment &a) { return a.type().isImage(); });
+    if (sendsImages) {
+        const auto &catalogue = AppSettings::modelMetadata();
+        const auto model = catalogue.constFind(currentModel());
+        if (model != catalogue.constEnd() && !model->supportsVision) {
+            m_messages.append(Message(m_inputText, true, m_pending.list()));
+            setInputText(QString());
+            m_pending.takeAll();
+            QTimer::singleShot(VisionRefusalDelayMs, this, [this] {
+                m_messages.append(Message(VisionRefusal, false));
+                emit visionRefusalPosted();
+            });
+            return;
+        }
+    }
+
+    const QString text = m_inputText;
+    const QList<Attachment> attachments = m_pending.list();
+    m_messages.append(Message(text, true, attachments));
+
+    QList<HistoryEntry> history;
+    const QList<Message> &all = m_messages.list();
+    for (qsizetype i = 0; i + 1 < all.size(); ++i)
+        history.append(
+            {all[i].isUser() ? QStringLiteral("user") : QStringLiteral("assistant"), all[i].text()});
+
+    setInputText(QString());
+    m_pending.takeAll();
+    setLoading(true);
+
+    // The turn starts from the event loop, as a task would: the screen shows the user's message first.
+    auto cancelled = std::make_shared<bool>(false);
+    m_streamingCancelled = cancelled;
+    m_streamingTask = nullptr;
+    const int turn = ++m_turn;
+    QTimer::singleShot(0, this, [this, text, attachments, history, cancelled, turn] {
+        if (*cancelled)
+            return finishTurn(turn, false, QString());
+        m_messages.append(Message(QString(), false));
+        auto stream = m_contextManager.api().sendStreamingMessage(
+            text, attachments, m_contextManager.globalChunks(), currentModel(), currentPrompt(), history);
+        if (turn == m_turn)
+            m_streamingTask = stream;
+        runTurn(std::move(stream), cancelled, turn);
+    });
+}
+
+QCoro::Task<> ChatSession::runTurn(std::shared_ptr<ChatStream> stream, std::shared_ptr<bool> cancelled,
+                                   int turn) {
+    QPointer<ChatSession> self(this);
+    bool failed = false;
+    QString description;
+    for (;;) {
+        const ChatStream::Item item = co_await stream->next();
+        if (!self)
+            co_return;
+        if (*cancelled)
+            break;
+        if (item.kind == ChatStream::Item::Kind::Piece) {
+            if (!m_messages.isEmpty()) {
+                m_messages.appendToLast(item.piece);
+                emit pieceAppended(item.piece);
+            }
+            continue;
+        }
+        if (item.kind == ChatStream::Item::Kind::Error) {
+            failed = true;
+            description = item.error.description;
+            Console::line(QStringLiteral("Error sending message: ") + description);
+            if (!m_messages.isEmpty()) {
+                const QString note = QStringLiteral("\n[Fehler: ") + description + QLatin1Char(']');
+                m_messages.appendToLast(note);
+                emit pieceAppended(note);
+            }
+        }
+        break;
+    }
+    finishTurn(turn, failed, description);
+}
+
+void ChatSession::finishTurn(int turn, bool failed, const QString &description) {
+    if (turn == m_turn) {
+        setLoading(false);
+        m_streamingTask = nullptr;
+        m_streamingCancelled = nullptr;
+    }
+    emit turnFinished(failed, description);
+}
+
+void ChatSession::cancelStreaming() {
+    if (m_streamingCancelled)
+        *m_streamingCancelled = true;
+    if (m_streamingTask)
+        m_streamingTask->cancel();
+    m_streamingTask = nullptr;
+    m_streamingCancelled = nullptr;
+    setLoading(false);
+}
+
+void ChatSession::addAttachment(const QUrl &url) {
+    addAttachmentAsync(url);
+}
+
+QCoro::Task<> ChatSession::addAttachmentAsync(QUrl url) {
+    QPointer<ChatSession> self(this);
+    ImageRef image;
+    if (hasImageExtension(url)) {
+        const QString path = url.toLocalFile();
+        image = co_await QtConcurrent::run([path] { return ImageData::load(path); });
+        if (!self)
+            co_return;
+    }
+    if (image)
+        m_pending.append(Attachment(AttachmentType::image(std::move(image))));
+    else
+        m_pending.append(Attachment(AttachmentType::document(url, QFileInfo(url.path()).fileName())));
+}
+
+void ChatSession::removePendingAttachment(int index) {
+    m_pending.removeAt(index);
+}
+
+void ChatSession::clearMessages() {
+    m_messages.clear();
+}
+
+const Attachment *ChatSession::findAttachment(const QUuid &id) const {
+    for (const Attachment &a : m_pending.list())
+        if (a.id() == id)
+            return &a;
+    for (const Message &m : m_messages.list())
+        for (const Attachment &a : m.attachments())
+            if (a.id() == id)
+                return &a;
+    return nullptr;
+}

@@ -1,0 +1,119 @@
+#include "ChatResponseReader.h"
+
+#include "Core/Console.h"
+#include "Services/StreamEvent.h"
+
+#include <QNetworkReply>
+
+void failStream(ChatStream &stream, const ProviderError &error) {
+    Console::line(QStringLiteral("Stream Error: ") + error.fullText());
+    stream.fail(error);
+}
+
+void ChatResponseReader::start(QNetworkReply *reply, std::shared_ptr<ChatStream> stream) {
+    new ChatResponseReader(reply, std::move(stream));
+}
+
+ChatResponseReader::ChatResponseReader(QNetworkReply *reply, std::shared_ptr<ChatStream> stream)
+    : m_reply(reply)
+    , m_stream(std::move(stream)) {
+    reply->setParent(this);
+    connect(reply, &QNetworkReply::metaDataChanged, this, &ChatResponseReader::onMetaData);
+    connect(reply, &QNetworkReply::readyRead, this, &ChatResponseReader::onReadyRead);
+    connect(reply, &QNetworkReply::finished, this, &ChatResponseReader::onFinished);
+    connect(m_stream.get(), &ChatStream::cancelRequested, this, &ChatResponseReader::onCancel);
+}
+
+ChatResponseReader::~ChatResponseReader() = default;
+
+void ChatResponseReader::onMetaData() {
+    const QVariant status = m_reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
+    if (m_statusPrinted || !status.isValid())
+        return;
+    m_status = status.toInt();
+    m_statusPrinted = true;
+    Console::line(QStringLiteral("Stream: Response received. Status: %1").arg(m_status));
+    if (m_status != 200)
+        Console::line(QStringLiteral("API Error: Status %1").arg(m_status));
+}
+
+bool ChatResponseReader::handleLine(const QString &line) {
+    if (m_status != 200) {
+        Console::line(QStringLiteral("Error Body: ") + line);
+        return true;
+    }
+    const StreamEvent event = StreamEvent::parse(line);
+    switch (event.kind) {
+    case StreamEvent::Kind::Ignore:
+        return true;
+    case StreamEvent::Kind::Piece:
+        m_stream->push(event.content);
+        return true;
+    case StreamEvent::Kind::Done:
+        end(std::nullopt);
+        return false;
+    }
+    return true;
+}
+
+void ChatResponseReader::onReadyRead() {
+    if (m_done)
+        return;
+    onMetaData();
+    if (!m_statusPrinted)
+        return; // not an HTTP answer; decided when it finishes
+    const QByteArray bytes = m_reply->readAll();
+    m_splitter.feed(bytes, [this](const QString &line) { return handleLine(line); });
+}
+
+void ChatResponseReader::onFinished() {
+    if (m_done)
+        return;
+    onMetaData();
+    const QNetworkReply::NetworkError transportError = m_reply->error();
+    const auto handler = [this](const QString &line) { return handleLine(line); };
+    if (m_statusPrinted) {
+        // Whatever arrived before a failure is still delivered; "[DONE]" may already end the stream here.
+        if (!m_splitter.feed(m_reply->readAll(), handler))
+            return;
+        // An HTTP error status is not a transport failure: its body has been printed, then it is reported.
+        if (transportError == QNetworkReply::NoError || m_status != 200) {
+            if (!m_splitter.finish(handler))
+                return;
+            if (m_status != 200)
+                end(ProviderError::api(m_status,
+                                       QStringLiteral("API request failed with status %1").arg(m_status)));
+            else
+                end(std::nullopt);
+            return;
+        }
+    }
+    if (transportError != QNetworkReply::NoError) {
+        end(ProviderError{QStringLiteral("QNetworkReply"), int(transportError), m_reply->errorString()});
+        return;
+    }
+    end(ProviderError::api(-1, QStringLiteral("Invalid response")));
+}
+
+void ChatResponseReader::onCancel() {
+    if (m_done)
+        return;
+    m_done = true;
+    m_reply->abort();
+    deleteLater();
+}
+
+void ChatResponseReader::end(const std::optional<ProviderError> &error) {
+    if (m_done)
+        return;
+    m_done = true;
+    if (error)
+        failStream(*m_stream, *error);
+    else
+        m_stream->finish();
+    // After "[DONE]" the rest of the body is not read: closing the reply stops the transfer.
+    disconnect(m_reply, nullptr, this, nullptr);
+    if (m_reply->isRunning())
+        m_reply->abort();
+    deleteLater();
+}

@@ -1,0 +1,104 @@
+#include "InfomaniakAPI.h"
+
+#include "Core/Console.h"
+#include "Services/ChatRequest.h"
+#include "Services/ChatResponseReader.h"
+#include "Services/Retriever.h"
+#include "Services/TextExtraction.h"
+
+#include <QCoreApplication>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QNetworkRequest>
+#include <QPointer>
+#include <QTimer>
+#include <QtConcurrent>
+
+#include <qcoro/qcorofuture.h>
+
+namespace {
+
+QString providerRoot() {
+    return QStringLiteral(QUILLMOOR_PROVIDER_ROOT);
+}
+
+// Lets the caller return before any work of the turn starts, as a background task would.
+struct NextEventLoopTurn {
+    bool await_ready() const noexcept { return false; }
+    void await_suspend(std::coroutine_handle<> handle) const {
+        QTimer::singleShot(0, QCoreApplication::instance(), [handle] { handle.resume(); });
+    }
+    void await_resume() const noexcept {}
+};
+
+} // namespace
+
+InfomaniakAPI::InfomaniakAPI(const QString &apiKey, const QString &productId)
+    : m_apiKey(apiKey)
+    , m_productId(productId)
+    , m_baseURL(providerRoot() + QStringLiteral("/2/ai/") + productId + QStringLiteral("/openai/v1")) {}
+
+InfomaniakAPI InfomaniakAPI::fromEnvironment() {
+    const QString key = qEnvironmentVariableIsSet("QUILLMOOR_API_KEY")
+                            ? qEnvironmentVariable("QUILLMOOR_API_KEY")
+                            : QStringLiteral(QUILLMOOR_API_TOKEN);
+    InfomaniakAPI api(key, QStringLiteral(QUILLMOOR_PRODUCT_ID));
+    const QString base = qEnvironmentVariable("QUILLMOOR_API_BASE_URL");
+    if (!base.isEmpty()) {
+        api.m_baseURL = base;
+        while (api.m_baseURL.endsWith(QLatin1Char('/')))
+            api.m_baseURL.chop(1);
+    }
+    return api;
+}
+
+QNetworkAccessManager &InfomaniakAPI::network() {
+    static QNetworkAccessManager *manager = [] {
+        auto *m = new QNetworkAccessManager(QCoreApplication::instance());
+        m->setAutoDeleteReplies(false);
+        return m;
+    }();
+    return *manager;
+}
+
+std::optional<QString> InfomaniakAPI::extractText(const QUrl &url) {
+    return TextExtraction::forAttachment(url.toLocalFile());
+}
+
+std::shared_ptr<ChatStream>
+InfomaniakAPI::sendStreamingMessage(const QString &message, const QList<Attachment> &attachments,
+                                    const QList<DocumentChunk> &externalChunks, const QString &model,
+                                    const std::optional<QString> &systemPrompt,
+                                    const QList<HistoryEntry> &conversationHistory) const {
+    auto stream = ChatStream::create();
+    runTurn(*this, stream, message, attachments, externalChunks, model, systemPrompt, conversationHistory);
+    return stream;
+}
+
+QCoro::Task<> InfomaniakAPI::runTurn(InfomaniakAPI api, std::shared_ptr<ChatStream> stream, QString message,
+                                     QList<Attachment> attachments, QList<DocumentChunk> externalChunks,
+                                     QString model, std::optional<QString> systemPrompt,
+                                     QList<HistoryEntry> history) {
+    co_await NextEventLoopTurn{};
+    Console::line(QStringLiteral("Stream: Starting request for model %1... with %2 attachments")
+                      .arg(model)
+                      .arg(attachments.size()));
+
+    const std::optional<QString> knowledge = co_await Retriever::knowledgeSystemMessage(
+        api, message, externalChunks, systemPrompt.value_or(DefaultSystemPrompt));
+    if (stream->isCancelled())
+        co_return;
+    const QString systemMessage = knowledge ? *knowledge : ChatRequest::plainSystemMessage(systemPrompt);
+
+    // Reading documents and re-encoding pictures can take seconds; the main thread only waits for it.
+    const ChatRequest::Body body = co_await QtConcurrent::run(
+        [=] { return ChatRequest::build(model, systemMessage, history, message, attachments); });
+    if (stream->isCancelled())
+        co_return;
+
+    QNetworkRequest request(QUrl(api.baseURL() + QStringLiteral("/chat/completions")));
+    request.setTransferTimeout(api.transferTimeoutMs());
+    request.setRawHeader("Authorization", "Bearer " + api.apiKey().toUtf8());
+    request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/json"));
+    ChatResponseReader::start(network().post(request, body.json), stream);
+}
