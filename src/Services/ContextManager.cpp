@@ -1,28 +1,241 @@
 #include "ContextManager.h"
 
+#include "Core/Graphemes.h"
 #include "Services/DebugLog.h"
+#include "Services/FileMonitor.h"
+#include "Services/ProcessingRun.h"
+
+#include <QMutexLocker>
+
+#include <qcoro/qcorosignal.h>
 
 #include <atomic>
+#include <cmath>
 
 namespace {
+
 std::atomic<ContextManager *> g_shared{nullptr};
+
+double norm(const QList<double> &v) {
+    double sum = 0.0;
+    for (double x : v)
+        sum += x * x;
+    return std::sqrt(sum);
 }
+
+} // namespace
 
 ContextManager::ContextManager(std::shared_ptr<const InfomaniakAPI> api, QObject *parent)
     : QObject(parent)
     , m_api(std::move(api))
-{
+    , m_monitor(new FileMonitor(this))
+    , m_snapshot(std::make_shared<KnowledgeSnapshot>()) {
+    connect(m_monitor, &FileMonitor::settled, this, &ContextManager::onFileEventSettled);
     g_shared.store(this);
     DebugLog::start();
     log(QStringLiteral("ContextManager initialized"));
 }
 
-ContextManager::~ContextManager()
-{
+ContextManager::~ContextManager() {
     ContextManager *self = this;
     g_shared.compare_exchange_strong(self, nullptr);
 }
 
-ContextManager *ContextManager::shared() { return g_shared.load(); }
+ContextManager *ContextManager::shared() {
+    return g_shared.load();
+}
 
-void ContextManager::log(const QString &message) { DebugLog::log(message); }
+void ContextManager::log(const QString &message) {
+    DebugLog::log(message);
+}
+
+int ContextManager::monitorCount() const {
+    return m_monitor->count();
+}
+
+void ContextManager::addFile(const QUrl &url) {
+    const QString path = url.path();
+    for (const QUrl &known : std::as_const(m_trackedFiles)) {
+        if (known.path() == path)
+            return;
+    }
+    log(QStringLiteral("➕ addFile: ") + url.fileName() + QStringLiteral(" (path: ") + path +
+        QStringLiteral(")"));
+    m_trackedFiles.append(url);
+    publish();
+    emit trackedFilesChanged();
+    startMonitoring(url);
+    processFile(url);
+}
+
+void ContextManager::removeFile(const QUrl &url) {
+    const QString path = url.path();
+    log(QStringLiteral("➖ removeFile: ") + url.fileName() + QStringLiteral(" (path: ") + path +
+        QStringLiteral(")"));
+    QUrl key = url;
+    for (const QUrl &known : std::as_const(m_trackedFiles)) {
+        if (known.path() == path) {
+            key = known;
+            break;
+        }
+    }
+    const qsizetype removed =
+        m_trackedFiles.removeIf([&path](const QUrl &known) { return known.path() == path; });
+    m_fileSchemas.remove(key);
+    m_fileTexts.remove(key);
+    m_fileChunks.remove(key);
+    m_chunkSourceMap.removeIf(
+        [&path](const QHash<QString, QUrl>::iterator it) { return it.value().path() == path; });
+    stopMonitoring(key);
+    updateGlobalChunks();
+    publish();
+    if (removed > 0)
+        emit trackedFilesChanged();
+    log(QStringLiteral("   → Remaining: %1 files, %2 chunks")
+            .arg(m_trackedFiles.size())
+            .arg(m_globalChunks.size()));
+}
+
+void ContextManager::processFile(const QUrl &url) {
+    if (m_processingFiles.contains(url)) {
+        log(QStringLiteral("⏸️ processFile skipped (already processing): ") + url.fileName());
+        return;
+    }
+    // The mark lands after the caller's code has returned, so two calls in one go both start a run.
+    QMetaObject::invokeMethod(
+        this, [this, url] { markProcessing(url); }, Qt::QueuedConnection);
+    log(QStringLiteral("🔄 processFile starting: ") + url.fileName());
+    ProcessingRun::run(this, url);
+}
+
+QString ContextManager::getKnowledgeOverview() const {
+    if (m_trackedFiles.isEmpty())
+        return {};
+    QString overview = QStringLiteral("Verfügbare Wissensdateien:\n");
+    for (const QUrl &url : m_trackedFiles) {
+        overview += QStringLiteral("- ") + url.fileName();
+        if (m_processingFiles.contains(url))
+            overview += QStringLiteral(" [wird gerade verarbeitet]");
+        else if (const auto it = m_fileSchemas.constFind(url); it != m_fileSchemas.constEnd())
+            overview += QStringLiteral(" (") + it.value() + QStringLiteral(")");
+        else
+            overview += QStringLiteral(" [bereit]");
+        overview += QLatin1Char('\n');
+    }
+    return overview;
+}
+
+std::shared_ptr<const KnowledgeSnapshot> ContextManager::snapshot() const {
+    QMutexLocker lock(&m_snapshotMutex);
+    return m_snapshot;
+}
+
+bool ContextManager::isIdle() const {
+    return m_runningRuns == 0 && m_monitor->pending() == 0;
+}
+
+QCoro::Task<> ContextManager::waitUntilIdle() {
+    QPointer<ContextManager> self(this);
+    while (self && !self->isIdle())
+        co_await qCoro(self.data(), &ContextManager::becameIdle);
+}
+
+void ContextManager::updateGlobalChunks() {
+    QList<DocumentChunk> merged;
+    QList<double> norms;
+    for (auto it = m_fileChunks.cbegin(); it != m_fileChunks.cend(); ++it) {
+        for (const DocumentChunk &chunk : it.value()) {
+            merged.append(chunk);
+            norms.append(norm(chunk.embedding));
+        }
+    }
+    m_globalChunks = std::move(merged);
+    m_globalNorms = std::move(norms);
+}
+
+void ContextManager::startMonitoring(const QUrl &url) {
+    m_monitor->startMonitoring(url);
+}
+
+void ContextManager::stopMonitoring(const QUrl &url) {
+    m_monitor->stopMonitoring(url);
+}
+
+void ContextManager::onFileEventSettled(const QUrl &url, bool restart) {
+    if (restart)
+        startMonitoring(url);
+    processFile(url);
+    checkIdle();
+}
+
+void ContextManager::markProcessing(const QUrl &url) {
+    if (m_processingFiles.contains(url))
+        return;
+    m_processingFiles.append(url);
+    publish();
+    emit processingFilesChanged();
+}
+
+void ContextManager::unmarkProcessing(const QUrl &url) {
+    if (m_processingFiles.removeAll(url) == 0)
+        return;
+    publish();
+    emit processingFilesChanged();
+}
+
+void ContextManager::storeText(const QUrl &url, const QString &text) {
+    m_fileTexts.insert(url, text);
+    publish();
+}
+
+void ContextManager::storeSchema(const QUrl &url, const QString &description) {
+    m_fileSchemas.insert(url, description);
+    publish();
+}
+
+void ContextManager::storeChunks(const QUrl &url, const QStringList &chunks,
+                                 const QList<QList<double>> &vectors) {
+    QList<DocumentChunk> paired;
+    const qsizetype count = std::min(chunks.size(), vectors.size());
+    paired.reserve(count);
+    for (qsizetype i = 0; i < count; ++i)
+        paired.append(DocumentChunk{chunks[i], vectors[i]});
+    m_fileChunks.insert(url, std::move(paired));
+    for (const QString &chunk : chunks)
+        m_chunkSourceMap.insert(Graphemes::prefix(chunk, 100), url);
+    updateGlobalChunks();
+    const bool wasMarked = m_processingFiles.removeAll(url) > 0;
+    publish();
+    if (wasMarked)
+        emit processingFilesChanged();
+    log(QStringLiteral("✅ Processed: %1 (%2 chunks, %3 total)")
+            .arg(url.fileName())
+            .arg(chunks.size())
+            .arg(m_globalChunks.size()));
+}
+
+void ContextManager::runStarted() {
+    ++m_runningRuns;
+}
+
+void ContextManager::runFinished() {
+    --m_runningRuns;
+    checkIdle();
+}
+
+void ContextManager::checkIdle() {
+    if (isIdle())
+        emit becameIdle();
+}
+
+void ContextManager::publish() {
+    auto next = std::make_shared<KnowledgeSnapshot>();
+    next->trackedFiles = m_trackedFiles;
+    next->chunkSourceMap = m_chunkSourceMap;
+    next->fileTexts = m_fileTexts;
+    next->overview = getKnowledgeOverview();
+    next->globalChunks = m_globalChunks;
+    next->globalNorms = m_globalNorms;
+    QMutexLocker lock(&m_snapshotMutex);
+    m_snapshot = std::move(next);
+}

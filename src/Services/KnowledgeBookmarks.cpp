@@ -1,0 +1,170 @@
+#include "KnowledgeBookmarks.h"
+
+#include "AppSettings.h"
+#include "Core/Console.h"
+#include "Core/SecurityScope.h"
+#include "Services/ContextManager.h"
+
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QSysInfo>
+
+#include <sys/stat.h>
+
+namespace {
+
+const QString Format = QStringLiteral("quillmoor-bookmark");
+constexpr int Version = 1;
+
+QString machineIdentity() {
+    const QByteArray id = QSysInfo::machineUniqueId();
+    return id.isEmpty() ? QSysInfo::machineHostName() : QString::fromLatin1(id);
+}
+
+// The inode tells a file that was replaced under the same path (the bookmark is then stale).
+QString fileIdentity(const QString &path) {
+    struct stat info {};
+    if (::stat(QFileInfo(path).absoluteFilePath().toLocal8Bit().constData(), &info) != 0)
+        return {};
+    return QStringLiteral("%1:%2").arg(quint64(info.st_dev)).arg(quint64(info.st_ino));
+}
+
+QString yesNo(bool value) {
+    return value ? QStringLiteral("true") : QStringLiteral("false");
+}
+
+} // namespace
+
+QString KnowledgeBookmarks::Error::fullText() const {
+    return QStringLiteral("Error Domain=QuillmoorBookmark Code=%1 \"%2\"").arg(code).arg(description);
+}
+
+std::variant<QByteArray, KnowledgeBookmarks::Error> KnowledgeBookmarks::create(const QUrl &url) {
+    if (!url.isLocalFile())
+        return Error{Error::NotAFile, QStringLiteral("The location “%1” is not a file.").arg(url.toString())};
+    const QString path = QFileInfo(url.toLocalFile()).absoluteFilePath();
+    if (!QFileInfo::exists(path))
+        return Error{Error::NoSuchFile,
+                     QStringLiteral("The file “%1” couldn’t be opened because there is no such file.")
+                         .arg(url.fileName())};
+    const QJsonObject record{{QStringLiteral("format"), Format},
+                             {QStringLiteral("version"), Version},
+                             {QStringLiteral("path"), path},
+                             {QStringLiteral("file"), fileIdentity(path)},
+                             {QStringLiteral("machine"), machineIdentity()}};
+    return QJsonDocument(record).toJson(QJsonDocument::Compact);
+}
+
+std::variant<KnowledgeBookmarks::Resolved, KnowledgeBookmarks::Error>
+KnowledgeBookmarks::resolve(const QByteArray &bookmark) {
+    const QJsonObject record = QJsonDocument::fromJson(bookmark).object();
+    const QString path = record.value(QLatin1String("path")).toString();
+    if (record.value(QLatin1String("format")).toString() != Format ||
+        record.value(QLatin1String("version")).toInt() != Version || !path.startsWith(QLatin1Char('/')))
+        return Error{Error::Corrupted, QStringLiteral("The bookmark data is corrupted.")};
+    if (record.value(QLatin1String("machine")).toString() != machineIdentity())
+        return Error{Error::OtherComputer, QStringLiteral("The bookmark was created on another computer.")};
+    const QString identity = fileIdentity(path);
+    const bool stale = !identity.isEmpty() && identity != record.value(QLatin1String("file")).toString();
+    return Resolved{QUrl::fromLocalFile(path), stale};
+}
+
+QList<QByteArray> KnowledgeBookmarks::decodeList(const QByteArray &stored) {
+    QJsonParseError error{};
+    const QJsonDocument document = QJsonDocument::fromJson(stored, &error);
+    if (error.error != QJsonParseError::NoError || !document.isArray())
+        return {};
+    QList<QByteArray> bookmarks;
+    for (const QJsonValue &value : document.array()) {
+        if (!value.isString())
+            return {};
+        auto decoded = QByteArray::fromBase64Encoding(value.toString().toLatin1(),
+                                                      QByteArray::AbortOnBase64DecodingErrors);
+        if (!decoded)
+            return {};
+        bookmarks.append(*decoded);
+    }
+    return bookmarks;
+}
+
+QByteArray KnowledgeBookmarks::encodeList(const QList<QByteArray> &bookmarks) {
+    QJsonArray array;
+    for (const QByteArray &bookmark : bookmarks)
+        array.append(QString::fromLatin1(bookmark.toBase64()));
+    // A slash occurs only inside the base64 strings, so every one of them can take the escape.
+    return QJsonDocument(array).toJson(QJsonDocument::Compact).replace("/", "\\/");
+}
+
+QList<QUrl> KnowledgeBookmarks::getKnowledgeURLs(AppSettings &settings) {
+    const QList<QByteArray> stored = decodeList(settings.knowledgeBookmarksData());
+    QList<QUrl> urls;
+    QList<QByteArray> kept;
+    for (qsizetype i = 0; i < stored.size(); ++i) {
+        const auto resolved = resolve(stored[i]);
+        if (const Error *error = std::get_if<Error>(&resolved)) {
+            Console::line(
+                QStringLiteral("❌ Bookmark [%1] ungültig (anderer Mac?): %2").arg(i).arg(error->description));
+            continue;
+        }
+        const auto &[url, stale] = std::get<Resolved>(resolved);
+        if (!QFileInfo::exists(url.toLocalFile())) {
+            Console::line(
+                QStringLiteral(
+                    "⚠️ Bookmark [%1]: %2 → Datei nicht gefunden (anderer Mac?), wird entfernt")
+                    .arg(i)
+                    .arg(url.fileName()));
+            continue;
+        }
+        const bool accessed = SecurityScope::startAccessing(url.toLocalFile());
+        Console::line(QStringLiteral("📁 Bookmark [%1]: %2 → resolved (stale: %3, accessed: %4)")
+                          .arg(i)
+                          .arg(url.fileName(), yesNo(stale), yesNo(accessed)));
+        urls.append(url);
+        kept.append(stored[i]);
+    }
+    const qsizetype count = decodeList(settings.knowledgeBookmarksData()).size();
+    if (kept.size() != count) {
+        Console::line(
+            QStringLiteral("🧹 Bereinige %1 ungültige Wissensdatei(en)").arg(count - kept.size()));
+        settings.setKnowledgeBookmarksData(encodeList(kept));
+    }
+    return urls;
+}
+
+void KnowledgeBookmarks::addKnowledgeFile(AppSettings &settings, const QUrl &url,
+                                          ContextManager &contextManager) {
+    // Outside a sandbox the short access around creating the bookmark has nothing to end.
+    SecurityScope::startAccessing(url.toLocalFile());
+    const auto created = create(url);
+    if (const Error *error = std::get_if<Error>(&created)) {
+        Console::line(QStringLiteral("Failed to create bookmark: ") + error->fullText());
+        return;
+    }
+    if (getKnowledgeURLs(settings).contains(url))
+        return;
+    QList<QByteArray> stored = decodeList(settings.knowledgeBookmarksData());
+    stored.append(std::get<QByteArray>(created));
+    settings.setKnowledgeBookmarksData(encodeList(stored));
+    contextManager.addFile(url);
+}
+
+void KnowledgeBookmarks::removeKnowledgeFile(AppSettings &settings, int index, const QUrl &url,
+                                             ContextManager &contextManager) {
+    contextManager.removeFile(url);
+    QList<QByteArray> stored = decodeList(settings.knowledgeBookmarksData());
+    if (index < 0 || index >= stored.size())
+        return;
+    stored.removeAt(index);
+    settings.setKnowledgeBookmarksData(encodeList(stored));
+}
+
+QUrl KnowledgeBookmarks::resolveBookmark(const QByteArray &bookmark) {
+    const auto resolved = resolve(bookmark);
+    const Resolved *ok = std::get_if<Resolved>(&resolved);
+    if (!ok)
+        return {};
+    SecurityScope::startAccessing(ok->url.toLocalFile());
+    return ok->url;
+}

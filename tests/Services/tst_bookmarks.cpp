@@ -1,0 +1,198 @@
+#include "AppSettings.h"
+#include "Core/Console.h"
+#include "Services/ContextManager.h"
+#include "Services/KnowledgeBookmarks.h"
+#include "TestMain.h"
+#include "TestProvider.h"
+
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTemporaryDir>
+#include <QTemporaryFile>
+
+#include <qcoro/qcorotask.h>
+
+#include <cstdio>
+
+namespace {
+
+class ConsoleCapture {
+public:
+    ConsoleCapture() {
+        m_file.open();
+        m_stream = std::fopen(QFile::encodeName(m_file.fileName()).constData(), "w");
+        Console::setStream(m_stream);
+    }
+    ~ConsoleCapture() {
+        Console::setStream(nullptr);
+        std::fclose(m_stream);
+    }
+    QStringList lines() {
+        QFile file(m_file.fileName());
+        file.open(QIODevice::ReadOnly);
+        return QString::fromUtf8(file.readAll()).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+    }
+
+private:
+    QTemporaryFile m_file;
+    FILE *m_stream = nullptr;
+};
+
+// A bookmark as another computer would have made it for the same path.
+QByteArray foreignBookmark(const QByteArray &own) {
+    QJsonObject record = QJsonDocument::fromJson(own).object();
+    record.insert(QStringLiteral("machine"), QStringLiteral("another-computer"));
+    return QJsonDocument(record).toJson(QJsonDocument::Compact);
+}
+
+} // namespace
+
+class TestBookmarks : public QObject {
+    Q_OBJECT
+
+    QTemporaryDir m_dir;
+    TestProvider m_provider;
+    std::shared_ptr<const InfomaniakAPI> m_api;
+
+    QUrl makeFile(const QString &name, const QByteArray &content = "Inhalt der Datei") {
+        const QString path = m_dir.filePath(name);
+        QFile file(path);
+        file.open(QIODevice::WriteOnly);
+        file.write(content);
+        return QUrl::fromLocalFile(path);
+    }
+    static QByteArray bookmark(const QUrl &url) {
+        return std::get<QByteArray>(KnowledgeBookmarks::create(url));
+    }
+
+private slots:
+    void initTestCase() {
+        QVERIFY(m_provider.listen());
+        qputenv("QUILLMOOR_API_BASE_URL", m_provider.baseUrl().toString().toUtf8());
+        m_api = std::make_shared<const InfomaniakAPI>(InfomaniakAPI::fromEnvironment());
+    }
+    void init() { AppSettings().setKnowledgeBookmarksData({}); }
+
+    void bookmarksRoundTripOnThisComputerOnly() {
+        const QUrl url = makeFile(QStringLiteral("Preise 2024.txt"));
+        const QByteArray bytes = bookmark(url);
+        const auto resolved = KnowledgeBookmarks::resolve(bytes);
+        QCOMPARE(std::get<KnowledgeBookmarks::Resolved>(resolved).url, url);
+        QCOMPARE(std::get<KnowledgeBookmarks::Resolved>(resolved).stale, false);
+        QCOMPARE(AppSettings::resolveBookmark(bytes), url);
+
+        const auto foreign = KnowledgeBookmarks::resolve(foreignBookmark(bytes));
+        QCOMPARE(std::get<KnowledgeBookmarks::Error>(foreign).code,
+                 int(KnowledgeBookmarks::Error::OtherComputer));
+        QVERIFY(AppSettings::resolveBookmark(foreignBookmark(bytes)).isEmpty());
+        QVERIFY(AppSettings::resolveBookmark("not a bookmark").isEmpty());
+        QVERIFY(std::holds_alternative<KnowledgeBookmarks::Error>(
+            KnowledgeBookmarks::create(QUrl::fromLocalFile(m_dir.filePath(QStringLiteral("missing.txt"))))));
+    }
+
+    void replacedFileIsStale() {
+        const QUrl url = makeFile(QStringLiteral("stale.txt"));
+        const QByteArray bytes = bookmark(url);
+        const QUrl replacement = makeFile(QStringLiteral("stale.txt.new"), "neu");
+        QVERIFY(QFile::remove(url.toLocalFile()));
+        QVERIFY(QFile::rename(replacement.toLocalFile(), url.toLocalFile()));
+        QCOMPARE(std::get<KnowledgeBookmarks::Resolved>(KnowledgeBookmarks::resolve(bytes)).stale, true);
+    }
+
+    void storedFormat() {
+        const QList<QByteArray> list{QByteArray("\xff\xfe\xfd\xfc", 4), QByteArray("?>?", 3)};
+        const QByteArray encoded = KnowledgeBookmarks::encodeList(list);
+        QCOMPARE(encoded, QByteArray("[\"\\/\\/79\\/A==\",\"Pz4\\/\"]"));
+        QCOMPARE(KnowledgeBookmarks::decodeList(encoded), list);
+        QCOMPARE(KnowledgeBookmarks::decodeList("[\"//79/A==\",\"Pz4/\"]"), list);
+        QVERIFY(KnowledgeBookmarks::decodeList({}).isEmpty());
+        QVERIFY(KnowledgeBookmarks::decodeList("{").isEmpty());
+        QVERIFY(KnowledgeBookmarks::decodeList("{\"a\":1}").isEmpty());
+        QVERIFY(KnowledgeBookmarks::decodeList("[\"QUJD\",1]").isEmpty());
+        QVERIFY(KnowledgeBookmarks::decodeList("[\"*not base64*\"]").isEmpty());
+    }
+
+    void emptyOrUndecodableStoreIsLeftAlone_data() {
+        QTest::addColumn<QByteArray>("stored");
+        QTest::addRow("empty") << QByteArray();
+        QTest::addRow("not json") << QByteArray("[\"abc");
+    }
+    void emptyOrUndecodableStoreIsLeftAlone() {
+        QFETCH(QByteArray, stored);
+        AppSettings settings;
+        settings.setKnowledgeBookmarksData(stored);
+        ConsoleCapture console;
+        QVERIFY(settings.getKnowledgeURLs().isEmpty());
+        QVERIFY(console.lines().isEmpty());
+        QCOMPARE(settings.knowledgeBookmarksData(), stored);
+    }
+
+    void startUpResolutionCleansTheStore() {
+        const QUrl first = makeFile(QStringLiteral("a.txt"));
+        const QUrl second = makeFile(QStringLiteral("b.txt"));
+        const QUrl third = makeFile(QStringLiteral("c.txt"));
+        const QUrl gone = makeFile(QStringLiteral("gone.txt"));
+        const QList<QByteArray> stored{bookmark(first), foreignBookmark(bookmark(second)), bookmark(third),
+                                       bookmark(gone)};
+        QVERIFY(QFile::remove(gone.toLocalFile()));
+        AppSettings settings;
+        settings.setKnowledgeBookmarksData(KnowledgeBookmarks::encodeList(stored));
+
+        ConsoleCapture console;
+        QCOMPARE(settings.getKnowledgeURLs(), QList<QUrl>({first, third}));
+        QCOMPARE(
+            console.lines(),
+            QStringList(
+                {QStringLiteral("📁 Bookmark [0]: a.txt → resolved (stale: false, accessed: true)"),
+                 QStringLiteral("❌ Bookmark [1] ungültig (anderer Mac?): The bookmark was created on "
+                                "another computer."),
+                 QStringLiteral("📁 Bookmark [2]: c.txt → resolved (stale: false, accessed: true)"),
+                 QStringLiteral("⚠️ Bookmark [3]: gone.txt → Datei nicht gefunden (anderer Mac?), wird "
+                                "entfernt"),
+                 QStringLiteral("🧹 Bereinige 2 ungültige Wissensdatei(en)")}));
+        QCOMPARE(KnowledgeBookmarks::decodeList(settings.knowledgeBookmarksData()),
+                 QList<QByteArray>({stored[0], stored[2]}));
+        QVERIFY(settings.knowledgeBookmarksData().contains("\\/") || !stored[0].toBase64().contains('/'));
+    }
+
+    void addingAndRemovingFiles() {
+        AppSettings settings;
+        ContextManager manager(m_api);
+        const QUrl first = makeFile(QStringLiteral("eins.txt"));
+        const QUrl second = makeFile(QStringLiteral("zwei.txt"));
+        settings.addKnowledgeFile(first, manager);
+        settings.addKnowledgeFile(second, manager);
+        settings.addKnowledgeFile(first, manager); // already known: nothing changes
+        QCOMPARE(KnowledgeBookmarks::decodeList(settings.knowledgeBookmarksData()).size(), 2);
+        QCOMPARE(manager.trackedFiles(), QList<QUrl>({first, second}));
+
+        {
+            ConsoleCapture console;
+            settings.addKnowledgeFile(QUrl::fromLocalFile(m_dir.filePath(QStringLiteral("nope.txt"))),
+                                      manager);
+            QCOMPARE(console.lines().size(), 1);
+            QVERIFY(console.lines().first().startsWith(
+                QStringLiteral("Failed to create bookmark: Error Domain=")));
+        }
+        QCOMPARE(KnowledgeBookmarks::decodeList(settings.knowledgeBookmarksData()).size(), 2);
+
+        // An unresolvable element keeps its index until the next start-up clean-up.
+        QList<QByteArray> stored = KnowledgeBookmarks::decodeList(settings.knowledgeBookmarksData());
+        stored.prepend(foreignBookmark(stored.first()));
+        settings.setKnowledgeBookmarksData(KnowledgeBookmarks::encodeList(stored));
+        settings.removeKnowledgeFile(2, second, manager);
+        QCOMPARE(KnowledgeBookmarks::decodeList(settings.knowledgeBookmarksData()),
+                 QList<QByteArray>({stored[0], stored[1]}));
+        QCOMPARE(manager.trackedFiles(), QList<QUrl>({first}));
+
+        const QByteArray before = settings.knowledgeBookmarksData();
+        settings.removeKnowledgeFile(7, second, manager);
+        QCOMPARE(settings.knowledgeBookmarksData(), before);
+        QCoro::waitFor(manager.waitUntilIdle());
+    }
+};
+
+QUILLMOOR_TEST_MAIN(TestBookmarks)
+#include "tst_bookmarks.moc"
