@@ -1,0 +1,209 @@
+#include "KnowledgeTestUtil.h"
+#include "Services/ContextManager.h"
+#include "TestMain.h"
+#include "TestProvider.h"
+
+#include <QJsonArray>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+
+#include <qcoro/qcorotask.h>
+
+using namespace KnowledgeTest;
+
+class TestContextManager : public QObject {
+    Q_OBJECT
+
+    QTemporaryDir m_dir;
+    TestProvider m_provider;
+    std::shared_ptr<const InfomaniakAPI> m_api;
+
+    QUrl file(const QString &name, const QByteArray &content) {
+        return writeFile(m_dir.filePath(name), content);
+    }
+
+private slots:
+    void initTestCase() {
+        QVERIFY(m_provider.listen());
+        qputenv("QUILLMOOR_API_BASE_URL", m_provider.baseUrl().toString().toUtf8());
+        m_api = std::make_shared<const InfomaniakAPI>(InfomaniakAPI::fromEnvironment());
+    }
+    void init() { m_provider.clearRequests(); }
+
+    void startsTheLogAndBecomesShared() {
+        ContextManager manager(m_api);
+        QCOMPARE(ContextManager::shared(), &manager);
+        QCOMPARE(logMessages(), QStringList({QStringLiteral("ContextManager initialized")}));
+        QVERIFY(manager.getKnowledgeOverview().isEmpty());
+        QVERIFY(manager.isIdle());
+    }
+
+    void addingOnePathTwice() {
+        ContextManager manager(m_api);
+        QSignalSpy tracked(&manager, &ContextManager::trackedFilesChanged);
+        const QUrl url = file(QStringLiteral("notizen.txt"), "Erster Absatz.\n\nZweiter Absatz.");
+        manager.addFile(url);
+        manager.addFile(QUrl::fromLocalFile(m_dir.path() + QStringLiteral("/notizen.txt")));
+        QCOMPARE(manager.trackedFiles(), QList<QUrl>{url});
+        QCOMPARE(tracked.size(), 1);
+        QCOMPARE(manager.monitorCount(), 1);
+        QCoro::waitFor(manager.waitUntilIdle());
+        QCOMPARE(countLog(QStringLiteral("🔄 processFile starting: notizen.txt")), 1);
+        QCOMPARE(manager.fileTexts().value(url), QStringLiteral("Erster Absatz.\n\nZweiter Absatz."));
+        QCOMPARE(manager.globalChunks().size(), 1);
+        QVERIFY(manager.getKnowledgeOverview().startsWith(
+            QStringLiteral("Verfügbare Wissensdateien:\n- notizen.txt (1 Abschnitte. Beginn: ")));
+    }
+
+    void removingFiles() {
+        ContextManager manager(m_api);
+        const QUrl url = file(QStringLiteral("a.csv"), csv(3));
+        const QUrl other = file(QStringLiteral("b.csv"), csv(2));
+        manager.addFile(url);
+        manager.addFile(other);
+        QCoro::waitFor(manager.waitUntilIdle());
+        QCOMPARE(manager.globalChunks().size(), 5);
+
+        manager.removeFile(
+            QUrl::fromLocalFile(m_dir.path() + QStringLiteral("/./a.csv").replace("/./", "/")));
+        QCOMPARE(manager.trackedFiles(), QList<QUrl>{other});
+        QCOMPARE(manager.globalChunks().size(), 2);
+        QCOMPARE(manager.monitorCount(), 1);
+        QVERIFY(!manager.fileTexts().contains(url));
+        for (const QUrl &source : manager.chunkSourceMap())
+            QCOMPARE(source, other);
+        QCOMPARE(logMessages().last(), QStringLiteral("   → Remaining: 1 files, 2 chunks"));
+
+        manager.removeFile(QUrl::fromLocalFile(QStringLiteral("/nowhere/never.txt")));
+        QCOMPARE(logMessages().mid(logMessages().size() - 2),
+                 QStringList({QStringLiteral("➖ removeFile: never.txt (path: /nowhere/never.txt)"),
+                              QStringLiteral("   → Remaining: 1 files, 2 chunks")}));
+        manager.removeFile(other);
+        QVERIFY(manager.globalChunks().isEmpty());
+        QCOMPARE(logMessages().last(), QStringLiteral("   → Remaining: 0 files, 0 chunks"));
+        QVERIFY(manager.snapshot()->trackedFiles.isEmpty());
+    }
+
+    void overviewStates() {
+        ContextManager manager(m_api);
+        const QUrl table = file(QStringLiteral("Preise.csv"), "Artikel\tPreis\nBrot\t3\n");
+        const QUrl empty = file(QStringLiteral("leer.txt"), "");
+        manager.addFile(table);
+        manager.addFile(empty);
+        QCoro::waitFor(manager.waitUntilIdle());
+        QCOMPARE(manager.getKnowledgeOverview(),
+                 QStringLiteral(
+                     "Verfügbare Wissensdateien:\n- Preise.csv (Tabelle [] mit Spalten: Artikel, Preis)\n"
+                     "- leer.txt [bereit]\n"));
+        QCOMPARE(manager.snapshot()->overview, manager.getKnowledgeOverview());
+
+        // A running file shows as such even with an older description.
+        QSignalSpy processing(&manager, &ContextManager::processingFilesChanged);
+        manager.processFile(table);
+        QVERIFY(!manager.processingFiles().contains(table)); // the mark lands on the next turn
+        QTRY_VERIFY(manager.processingFiles().contains(table));
+        QVERIFY(manager.getKnowledgeOverview().contains(
+            QStringLiteral("- Preise.csv [wird gerade verarbeitet]\n")));
+        QVERIFY(manager.isProcessing());
+        manager.processFile(table);
+        QCOMPARE(logMessages().last(),
+                 QStringLiteral("⏸️ processFile skipped (already processing): Preise.csv"));
+        QCoro::waitFor(manager.waitUntilIdle());
+        QVERIFY(manager.processingFiles().isEmpty());
+        QCOMPARE(processing.size(), 2);
+    }
+
+    void batchesOfFifty() {
+        ContextManager manager(m_api);
+        const QUrl url = file(QStringLiteral("gross.csv"), csv(120));
+        manager.addFile(url);
+        QCoro::waitFor(manager.waitUntilIdle());
+        const auto requests = m_provider.requests("/embeddings");
+        QCOMPARE(requests.size(), 3);
+        QCOMPARE(requests[0].json().value("input").toArray().size(), 50);
+        QCOMPARE(requests[2].json().value("input").toArray().size(), 20);
+        QCOMPARE(requests[0].json().value("mode").toString(), QStringLiteral("index"));
+        QCOMPARE(requests[0].json().value("model").toString(), QStringLiteral("bge_multilingual_gemma2"));
+        const QStringList log = logMessages();
+        const QStringList expected{
+            QStringLiteral("➕ addFile: gross.csv (path: ") + url.path() + QStringLiteral(")"),
+            QStringLiteral("👁️ Started monitoring: gross.csv"),
+            QStringLiteral("🔄 processFile starting: gross.csv"),
+        };
+        QCOMPARE(log.mid(1, 3), expected);
+        const qsizetype created = log.indexOf(QStringLiteral("📦 Created 120 chunks from gross.csv"));
+        QVERIFY(created > 0);
+        QCOMPARE(log.mid(created + 1),
+                 QStringList({QStringLiteral("🔢 Embedding batch 1/3..."),
+                              QStringLiteral("🔢 Embedding batch 2/3..."),
+                              QStringLiteral("🔢 Embedding batch 3/3..."),
+                              QStringLiteral("✅ Processed: gross.csv (120 chunks, 120 total)")}));
+        QVERIFY(log.contains(QStringLiteral("📄 Extracted %1 chars from gross.csv").arg(csv(120).size())));
+        QCOMPARE(manager.fileChunks(url).size(), 120);
+        QCOMPARE(manager.chunkSourceMap().size(), 120);
+    }
+
+    void badEmbeddingAnswers() {
+        ContextManager manager(m_api);
+        // Fewer vectors than texts: the pairing stops at the shorter list.
+        m_provider.enqueueEmbeddings(TestProvider::Response::json(200, "{\"data\":[{\"embedding\":[1,0]}]}"));
+        // Processed without a watch, so only these runs touch the file.
+        const QUrl url = file(QStringLiteral("drei.csv"), csv(3));
+        manager.processFile(url);
+        QCoro::waitFor(manager.waitUntilIdle());
+        QCOMPARE(manager.fileChunks(url).size(), 1);
+        QCOMPARE(manager.chunkSourceMap().size(), 3);
+        QCOMPARE(logMessages().last(), QStringLiteral("✅ Processed: drei.csv (3 chunks, 1 total)"));
+
+        // A refused batch keeps the earlier chunks, stores the new text and description, and unmarks.
+        m_provider.enqueueEmbeddings(TestProvider::Response::text(429, "slow down"));
+        writeFile(url.toLocalFile(), csv(4));
+        manager.processFile(url);
+        QCoro::waitFor(manager.waitUntilIdle());
+        QCOMPARE(
+            logMessages().last(),
+            QStringLiteral("❌ Error processing drei.csv: Embedding request failed (HTTP 429): slow down"));
+        QCOMPARE(manager.fileChunks(url).size(), 1);
+        QCOMPARE(manager.fileTexts().value(url), QString::fromUtf8(csv(4)));
+        QVERIFY(manager.processingFiles().isEmpty());
+
+        // Zero vectors and vectors of another length are stored as they came.
+        m_provider.enqueueEmbeddings(
+            TestProvider::Response::json(200, "{\"data\":[{\"embedding\":[0,0]},{\"embedding\":[1]},{"
+                                              "\"embedding\":[1,2,3]},{\"embedding\":[]}]}"));
+        manager.processFile(url);
+        QCoro::waitFor(manager.waitUntilIdle());
+        QCOMPARE(manager.fileChunks(url).size(), 4);
+        QCOMPARE(manager.globalChunks().size(), 4);
+        QCOMPARE(manager.snapshot()->globalNorms.first(), 0.0);
+    }
+
+    void filesWithoutTextOrChunks() {
+        ContextManager manager(m_api);
+        const QUrl blank = file(QStringLiteral("leer.txt"), "   \n\n  \n");
+        const QUrl missing = QUrl::fromLocalFile(m_dir.filePath(QStringLiteral("fehlt.txt")));
+        manager.addFile(blank);
+        manager.addFile(missing);
+        QCoro::waitFor(manager.waitUntilIdle());
+        const QStringList log = logMessages();
+        QVERIFY(log.contains(QStringLiteral("⚠️ No chunks created from leer.txt")));
+        QVERIFY(log.contains(QStringLiteral("⚠️ No text extracted from fehlt.txt")));
+        QVERIFY(log.contains(QStringLiteral("❌ Failed to open for monitoring: ") + missing.toLocalFile()));
+        QVERIFY(manager.fileTexts().contains(blank));
+        QCOMPARE(manager.trackedFiles().size(), 2);
+        QVERIFY(m_provider.requests("/embeddings").isEmpty());
+    }
+
+    void twoCallsInOneTurnStartTwoRuns() {
+        ContextManager manager(m_api);
+        const QUrl url = file(QStringLiteral("doppelt.csv"), csv(2));
+        manager.processFile(url);
+        manager.processFile(url);
+        QCoro::waitFor(manager.waitUntilIdle());
+        QCOMPARE(countLog(QStringLiteral("🔄 processFile starting: doppelt.csv")), 2);
+        QCOMPARE(countLog(QStringLiteral("✅ Processed: doppelt.csv (2 chunks, 2 total)")), 2);
+    }
+};
+
+QUILLMOOR_TEST_MAIN(TestContextManager)
+#include "tst_contextmanager.moc"
