@@ -4,7 +4,7 @@
 #include "Services/DebugLog.h"
 #include "Services/WorkbookArchive.h"
 
-#include <QCollator>
+#include <QLocale>
 #include <QRegularExpression>
 #include <QStringDecoder>
 
@@ -14,6 +14,9 @@
 #include <cstdlib>
 #include <limits>
 #include <locale.h>
+#include <memory>
+
+#include <unicode/coll.h>
 
 namespace {
 
@@ -87,12 +90,26 @@ QString XLSXHelper::formatNumber(double value) {
 }
 
 void XLSXHelper::sortSheetFiles(QStringList &names) {
-    QCollator collator;
-    collator.setNumericMode(true);
-    collator.setCaseSensitivity(Qt::CaseInsensitive);
+    // The user's collation with digit runs compared by value and case ignored, as a file manager sorts.
+    UErrorCode status = U_ZERO_ERROR;
+    std::unique_ptr<icu::Collator> collator(
+        icu::Collator::createInstance(icu::Locale(QLocale().name().toLatin1().constData()), status));
+    if (U_SUCCESS(status) && collator) {
+        collator->setAttribute(UCOL_NUMERIC_COLLATION, UCOL_ON, status);
+        collator->setStrength(icu::Collator::SECONDARY);
+    }
+    const auto order = [&](const QString &a, const QString &b) {
+        if (!collator || U_FAILURE(status))
+            return 0;
+        UErrorCode compareStatus = U_ZERO_ERROR;
+        const UCollationResult r =
+            collator->compare(reinterpret_cast<const UChar *>(a.utf16()), int32_t(a.size()),
+                              reinterpret_cast<const UChar *>(b.utf16()), int32_t(b.size()), compareStatus);
+        return U_FAILURE(compareStatus) ? 0 : int(r);
+    };
     std::stable_sort(names.begin(), names.end(), [&](const QString &a, const QString &b) {
-        const int order = collator.compare(a, b);
-        return order != 0 ? order < 0 : a < b;
+        const int r = order(a, b);
+        return r != 0 ? r < 0 : a < b;
     });
 }
 
