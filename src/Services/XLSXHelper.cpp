@@ -35,7 +35,7 @@ constexpr auto DotAllOptions =
     QRegularExpression::UseUnicodePropertiesOption | QRegularExpression::DotMatchesEverythingOption;
 
 std::optional<QString> decodeUtf8(const QByteArray &bytes) {
-    QStringDecoder decoder(QStringDecoder::Utf8);
+    QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
     QString text = decoder.decode(bytes);
     if (decoder.hasError())
         return std::nullopt;

@@ -1,0 +1,143 @@
+#include "TestMain.h"
+
+#include "ConsoleCapture.h"
+#include "Core/Graphemes.h"
+#include "Services/TextExtraction.h"
+
+#include <QFile>
+#include <QTemporaryDir>
+
+namespace {
+const QString Note =
+    QStringLiteral("\n\n[... Text wurde gekürzt, da das Dokument zu lang für den Kontext ist ...]");
+}
+
+class TestTextExtraction : public QObject {
+    Q_OBJECT
+    QTemporaryDir m_dir;
+
+    QString write(const QString &name, const QByteArray &bytes) {
+        QFile file(m_dir.filePath(name));
+        if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
+            return {};
+        file.write(bytes);
+        return file.fileName();
+    }
+
+private slots:
+    void textPathReadsStrictUtf8_data() {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::addColumn<bool>("readable");
+        QTest::addRow("csv") << "data.csv" << QByteArray("Name,Ort\nMeier,Bern\n") << true;
+        QTest::addRow("markdown") << "notes.md" << QByteArray("# Titel\r\n\r\nÜberall 🇨🇭\n") << true;
+        QTest::addRow("no extension") << "readme" << QByteArray("plain") << true;
+        QTest::addRow("upper-case txt") << "TABLE.TXT" << QByteArray("a\tb\n") << true;
+        QTest::addRow("Latin-1 umlauts") << "alt.txt" << QByteArray("M\xfcller und S\xf6hne") << false;
+        QTest::addRow("old spreadsheet")
+            << "alt.xls" << QByteArray("\xd0\xcf\x11\xe0\xa1\xb1\x1a\xe1") << false;
+        QTest::addRow("truncated sequence") << "cut.txt" << QByteArray("ok \xe2\x82") << false;
+    }
+    void textPathReadsStrictUtf8() {
+        QFETCH(QString, name);
+        QFETCH(QByteArray, bytes);
+        QFETCH(bool, readable);
+        const QString path = write(name, bytes);
+        ConsoleCapture console;
+        const auto knowledge = TextExtraction::forKnowledge(path);
+        const auto attachment = TextExtraction::forAttachment(path);
+        QCOMPARE(knowledge.has_value(), readable);
+        QCOMPARE(attachment.has_value(), readable);
+        if (readable) {
+            QCOMPARE(*knowledge, QString::fromUtf8(bytes));
+            QCOMPARE(*attachment, QString::fromUtf8(bytes));
+        }
+        QCOMPARE(console.lines(),
+                 QStringList{QStringLiteral("Extracting text from: %1 (accessing: true)").arg(name)});
+    }
+
+    void emptyFileDiffersBetweenPaths() {
+        const QString path = write(QStringLiteral("leer.txt"), QByteArray());
+        const auto knowledge = TextExtraction::forKnowledge(path);
+        QVERIFY(knowledge.has_value());
+        QVERIFY(knowledge->isEmpty());
+        QVERIFY(!TextExtraction::forAttachment(path).has_value());
+    }
+
+    void unreadableGivesNothing() {
+        ConsoleCapture console;
+        QVERIFY(!TextExtraction::forKnowledge(m_dir.path()).has_value()); // a folder given as a file
+        QVERIFY(!TextExtraction::forKnowledge(m_dir.filePath(QStringLiteral("fehlt.txt"))).has_value());
+        QVERIFY(!TextExtraction::forAttachment(QStringLiteral("/dev/zero")).has_value());
+        QVERIFY(
+            console.lines().contains(QStringLiteral("Extracting text from: fehlt.txt (accessing: false)")));
+    }
+
+    void extensionChoosesTheExtractor() {
+        // Contents are never sniffed: a PDF named .txt is text, and invalid as UTF-8.
+        QFile pdf(TestEnvironment::fixture(QStringLiteral("pdf/broken_no_xref_table.pdf")));
+        QVERIFY(pdf.open(QIODevice::ReadOnly));
+        const QByteArray bytes = pdf.readAll();
+        QCOMPARE(TextExtraction::forKnowledge(write(QStringLiteral("Report.PDF"), bytes)).value_or(QString()),
+                 QStringLiteral("test example\n\n"));
+        QCOMPARE(TextExtraction::forKnowledge(write(QStringLiteral("report.txt"), bytes)),
+                 QString::fromUtf8(bytes));
+        QFile xlsx(TestEnvironment::fixture(QStringLiteral("xlsx/google_sheets_comments.xlsx")));
+        QVERIFY(xlsx.open(QIODevice::ReadOnly));
+        QCOMPARE(TextExtraction::forAttachment(write(QStringLiteral("Preise.XLSX"), xlsx.readAll()))
+                     .value_or(QString()),
+                 QStringLiteral("[TABELLE: Sheet1]\nThis is a cell.\n\n"));
+    }
+
+    void attachmentIsCutAtThirtyThousandCharacters_data() {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QString>("expected");
+        const QString flag = QStringLiteral("🇨🇭"); // one character, four UTF-16 units
+        QTest::addRow("exactly the limit")
+            << QString(30000, QLatin1Char('a')) << QString(30000, QLatin1Char('a'));
+        QTest::addRow("one more") << QString(30001, QLatin1Char('a'))
+                                  << QString(30000, QLatin1Char('a')) + Note;
+        QTest::addRow("flags count once") << flag.repeated(30000) << flag.repeated(30000);
+        QTest::addRow("flags cut whole") << flag.repeated(30001) << flag.repeated(30000) + Note;
+        QTest::addRow("CR LF is one character")
+            << QStringLiteral("\r\n").repeated(30001) << QStringLiteral("\r\n").repeated(30000) + Note;
+    }
+    void attachmentIsCutAtThirtyThousandCharacters() {
+        QFETCH(QString, text);
+        QFETCH(QString, expected);
+        const QString path = write(QStringLiteral("lang.txt"), text.toUtf8());
+        QCOMPARE(TextExtraction::forAttachment(path).value_or(QString()), expected);
+        QCOMPARE(TextExtraction::forKnowledge(path).value_or(QString()), text);
+    }
+
+    void fileNames_data() {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QString>("extension");
+        QTest::addColumn<QString>("stem");
+        QTest::addRow("two dots") << "Bericht 2024.final.pdf"
+                                  << "pdf"
+                                  << "Bericht 2024.final";
+        QTest::addRow("upper case") << "Report.PDF"
+                                    << "pdf"
+                                    << "Report";
+        QTest::addRow("none") << "readme"
+                              << ""
+                              << "readme";
+        QTest::addRow("hidden") << ".profile"
+                                << ""
+                                << ".profile";
+        QTest::addRow("trailing dot") << "notes."
+                                      << ""
+                                      << "notes.";
+    }
+    void fileNames() {
+        QFETCH(QString, name);
+        QFETCH(QString, extension);
+        QFETCH(QString, stem);
+        QCOMPARE(TextExtraction::lowerExtension(name), extension);
+        QCOMPARE(TextExtraction::nameWithoutExtension(name), stem);
+    }
+};
+
+QUILLMOOR_TEST_MAIN(TestTextExtraction)
+#include "tst_textextraction.moc"
