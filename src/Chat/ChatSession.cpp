@@ -19,6 +19,11 @@ bool hasImageExtension(const QUrl &url) {
     return imageExtension.match(QFileInfo(url.path()).suffix().toLower()).hasMatch();
 }
 
+// Started outside the coroutine: g++ 12 mishandles lambdas that capture a coroutine's locals.
+QFuture<ImageRef> loadInBackground(const QString &path) {
+    return QtConcurrent::run([path] { return ImageData::load(path); });
+}
+
 } // namespace
 
 ChatSession::ChatSession(ContextManager &contextManager, AppSettings &settings, QObject *parent)
@@ -166,11 +171,11 @@ QCoro::Task<> ChatSession::runTurn(std::shared_ptr<ChatStream> stream, std::shar
 }
 
 void ChatSession::finishTurn(int turn, bool failed, const QString &description) {
-    if (turn == m_turn) {
-        setLoading(false);
-        m_streamingTask = nullptr;
-        m_streamingCancelled = nullptr;
-    }
+    if (turn != m_turn)
+        return;
+    setLoading(false);
+    m_streamingTask = nullptr;
+    m_streamingCancelled = nullptr;
     emit turnFinished(failed, description);
 }
 
@@ -193,7 +198,9 @@ QCoro::Task<> ChatSession::addAttachmentAsync(QUrl url) {
     ImageRef image;
     if (hasImageExtension(url)) {
         const QString path = url.toLocalFile();
-        image = co_await QtConcurrent::run([path] { return ImageData::load(path); });
+        // Named, not a temporary: g++ 12 destroys temporaries inside a co_await expression twice.
+        QFuture<ImageRef> loading = loadInBackground(path);
+        image = co_await loading;
         if (!self)
             co_return;
     }

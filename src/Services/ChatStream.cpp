@@ -1,6 +1,20 @@
 #include "ChatStream.h"
 
-#include <qcoro/qcorosignal.h>
+#include <utility>
+
+struct ChatStream::WaitForChange {
+    ChatStream *stream;
+    bool await_ready() const noexcept { return false; }
+    void await_suspend(std::coroutine_handle<> handle) noexcept { stream->m_waiter = handle; }
+    void await_resume() const noexcept {}
+};
+
+void ChatStream::wake() {
+    emit changed();
+    if (std::coroutine_handle<> waiter = std::exchange(m_waiter, {}))
+        QMetaObject::invokeMethod(
+            this, [waiter] { waiter.resume(); }, Qt::QueuedConnection);
+}
 
 std::shared_ptr<ChatStream> ChatStream::create() {
     return std::shared_ptr<ChatStream>(new ChatStream);
@@ -10,14 +24,14 @@ void ChatStream::push(const QString &piece) {
     if (m_cancelled || m_finished)
         return;
     m_pieces.enqueue(piece);
-    emit changed();
+    wake();
 }
 
 void ChatStream::finish() {
     if (m_finished)
         return;
     m_finished = true;
-    emit changed();
+    wake();
 }
 
 void ChatStream::fail(const ProviderError &error) {
@@ -25,7 +39,7 @@ void ChatStream::fail(const ProviderError &error) {
         return;
     m_error = error;
     m_finished = true;
-    emit changed();
+    wake();
 }
 
 QCoro::Task<ChatStream::Item> ChatStream::next() {
@@ -41,7 +55,7 @@ QCoro::Task<ChatStream::Item> ChatStream::next() {
                 co_return Item{Item::Kind::Error, {}, *m_error};
             co_return Item{Item::Kind::End, {}, {}};
         }
-        co_await qCoro(this, &ChatStream::changed);
+        co_await WaitForChange{this};
     }
 }
 
@@ -51,5 +65,5 @@ void ChatStream::cancel() {
     m_cancelled = true;
     m_pieces.clear();
     emit cancelRequested();
-    emit changed();
+    wake();
 }

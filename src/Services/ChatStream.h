@@ -8,6 +8,7 @@
 
 #include <qcoro/qcorotask.h>
 
+#include <coroutine>
 #include <memory>
 #include <optional>
 
@@ -45,6 +46,11 @@ signals:
 private:
     ChatStream() = default;
     std::shared_ptr<ChatStream> shared_from_this_guard() { return shared_from_this(); }
+    struct WaitForChange;
+    // Resumes the waiting consumer once, from the event loop, however many changes happened meanwhile.
+    void wake();
+
+    std::coroutine_handle<> m_waiter;
 
     QQueue<QString> m_pieces;
     std::optional<ProviderError> m_error;

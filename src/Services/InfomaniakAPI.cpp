@@ -31,6 +31,14 @@ struct NextEventLoopTurn {
     void await_resume() const noexcept {}
 };
 
+// Started outside the coroutine: g++ 12 mishandles lambdas that capture a coroutine's locals.
+QFuture<ChatRequest::Body> buildInBackground(const QString &model, const QString &systemMessage,
+                                             const QList<HistoryEntry> &history, const QString &message,
+                                             const QList<Attachment> &attachments) {
+    return QtConcurrent::run(
+        [=] { return ChatRequest::build(model, systemMessage, history, message, attachments); });
+}
+
 } // namespace
 
 InfomaniakAPI::InfomaniakAPI(const QString &apiKey, const QString &productId)
@@ -84,15 +92,22 @@ QCoro::Task<> InfomaniakAPI::runTurn(InfomaniakAPI api, std::shared_ptr<ChatStre
                       .arg(model)
                       .arg(attachments.size()));
 
-    const std::optional<QString> knowledge = co_await Retriever::knowledgeSystemMessage(
-        api, message, externalChunks, systemPrompt.value_or(DefaultSystemPrompt));
+    // g++ 12 destroys temporaries inside a co_await expression twice: every argument is a named value.
+    const QString promptForKnowledge = systemPrompt.value_or(DefaultSystemPrompt);
+    auto retrieval = Retriever::knowledgeSystemMessage(api, message, externalChunks, promptForKnowledge);
+    const std::optional<QString> knowledge = co_await std::move(retrieval);
     if (stream->isCancelled())
         co_return;
-    const QString systemMessage = knowledge ? *knowledge : ChatRequest::plainSystemMessage(systemPrompt);
+    QString systemMessage;
+    if (knowledge)
+        systemMessage = *knowledge;
+    else
+        systemMessage = ChatRequest::plainSystemMessage(systemPrompt);
 
     // Reading documents and re-encoding pictures can take seconds; the main thread only waits for it.
-    const ChatRequest::Body body = co_await QtConcurrent::run(
-        [=] { return ChatRequest::build(model, systemMessage, history, message, attachments); });
+    QFuture<ChatRequest::Body> building =
+        buildInBackground(model, systemMessage, history, message, attachments);
+    const ChatRequest::Body body = co_await building;
     if (stream->isCancelled())
         co_return;
 

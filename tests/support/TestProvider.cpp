@@ -106,9 +106,11 @@ QList<TestProvider::Request> TestProvider::requests(const QByteArray &pathSuffix
 
 void TestProvider::onNewConnection() {
     while (QTcpSocket *socket = m_server->nextPendingConnection()) {
+        m_sockets.insert(socket);
         connect(socket, &QTcpSocket::readyRead, this, [this, socket] { onReadyRead(socket); });
         connect(socket, &QTcpSocket::disconnected, this, [this, socket] {
             m_buffers.remove(socket);
+            m_sockets.remove(socket);
             socket->deleteLater();
         });
     }
@@ -173,6 +175,8 @@ void TestProvider::respond(QTcpSocket *socket, const Request &request) {
         qsizetype total = 0;
         for (const Piece &p : response.pieces)
             total += p.bytes.size();
+        if (response.abortAfterPieces)
+            total += 1000; // promise more than will come
         head += "Content-Length: " + QByteArray::number(total) + "\r\n";
     }
     head += "Connection: close\r\n\r\n";

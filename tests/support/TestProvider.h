@@ -7,6 +7,7 @@
 #include <QList>
 #include <QObject>
 #include <QPair>
+#include <QSet>
 #include <QUrl>
 
 class QTcpServer;
@@ -37,7 +38,7 @@ public:
         Framing framing = Framing::CloseDelimited;
         bool neverAnswer = false;      // read the request and say nothing at all
         bool stallAfterHeads = false;  // send the head and then nothing, keeping the connection open
-        bool abortAfterPieces = false; // drop the connection after the pieces, without finishing the body
+        bool abortAfterPieces = false; // drop the connection after the pieces, short of the announced length
 
         static Response sse(const QStringList &contents, bool done = true, int delayMs = 0);
         static Response json(int status, const QByteArray &body);
@@ -76,6 +77,8 @@ public:
     static Response defaultEmbeddings(const QJsonObject &request);
     static QList<double> bagOfWordsVector(const QString &text, int dimensions = 64);
     void setDefaultDelayMs(int ms) { m_defaultDelayMs = ms; }
+    // Connections from clients that are still open.
+    int openConnections() const { return int(m_sockets.size()); }
 
 signals:
     void requestReceived(const TestProvider::Request &request);
@@ -89,6 +92,7 @@ private:
 
     QTcpServer *m_server;
     QHash<QTcpSocket *, QByteArray> m_buffers;
+    QSet<QTcpSocket *> m_sockets;
     QList<QPair<QByteArray, Response>> m_script;
     QList<Request> m_requests;
     int m_defaultDelayMs = 0;

@@ -1,0 +1,257 @@
+#include "AppSettings.h"
+#include "Chat/ChatSession.h"
+#include "ConsoleCapture.h"
+#include "Core/Notifier.h"
+#include "Services/ContextManager.h"
+#include "TestMain.h"
+#include "TestProvider.h"
+
+#include <QElapsedTimer>
+#include <QImage>
+#include <QJsonArray>
+#include <QSignalSpy>
+
+namespace {
+
+using Response = TestProvider::Response;
+
+QString writePicture(const QString &name) {
+    const QString path = TestEnvironment::home().filePath(name);
+    QImage picture(32, 24, QImage::Format_RGB32);
+    picture.fill(Qt::blue);
+    picture.save(path, "PNG");
+    return path;
+}
+
+QString writeFile(const QString &name, const QByteArray &bytes) {
+    const QString path = TestEnvironment::home().filePath(name);
+    QFile file(path);
+    file.open(QIODevice::WriteOnly);
+    file.write(bytes);
+    return path;
+}
+
+// One app's worth of objects talking to a loopback provider.
+struct Fixture {
+    TestProvider provider;
+    std::shared_ptr<const InfomaniakAPI> api;
+    AppSettings settings;
+    std::unique_ptr<ContextManager> knowledge;
+    std::unique_ptr<ChatSession> session;
+
+    Fixture() {
+        if (!provider.listen())
+            qFatal("cannot listen");
+        qputenv("QUILLMOOR_API_BASE_URL", provider.baseUrl().toString().toUtf8());
+        api = std::make_shared<const InfomaniakAPI>(InfomaniakAPI::fromEnvironment());
+        knowledge = std::make_unique<ContextManager>(api);
+        session = std::make_unique<ChatSession>(*knowledge, settings);
+        settings.setSelectedModel(QStringLiteral("mistral3"));
+        settings.setMasterPrompt(QStringLiteral("Sei nett."));
+    }
+
+    const QList<Message> &messages() const { return session->messages()->list(); }
+
+    void send(const QString &text) {
+        session->setInputText(text);
+        session->sendMessage();
+    }
+    bool waitForTurn() {
+        QSignalSpy finished(session.get(), &ChatSession::turnFinished);
+        return finished.wait(10000);
+    }
+    void attach(const QString &path) {
+        QCoro::waitFor(session->addAttachmentAsync(QUrl::fromLocalFile(path)));
+    }
+};
+
+} // namespace
+
+class TestChatSession : public QObject {
+    Q_OBJECT
+private slots:
+    void nothingToSendDoesNothing() {
+        Fixture f;
+        QVERIFY(!f.session->canSend());
+        f.session->sendMessage();
+        QVERIFY(f.messages().isEmpty());
+        QVERIFY(!f.session->isLoading());
+
+        // A text of blanks is sent as it is.
+        f.provider.enqueueChat(Response::sse({QStringLiteral("ok")}));
+        QSignalSpy canSend(f.session.get(), &ChatSession::canSendChanged);
+        f.session->setInputText(QStringLiteral("   "));
+        QVERIFY(f.session->canSend());
+        QCOMPARE(canSend.count(), 1);
+        f.session->sendMessage();
+        QVERIFY(f.session->isLoading());
+        QCOMPARE(f.session->inputText(), QString());
+        QVERIFY(f.waitForTurn());
+        QCOMPARE(f.messages().first().text(), QStringLiteral("   "));
+        QVERIFY(f.messages().first().isUser());
+        QCOMPARE(f.messages().last().text(), QStringLiteral("ok"));
+        QVERIFY(!f.session->isLoading());
+    }
+
+    void answerStreamsIntoTheLastMessageAndHistoryFollows() {
+        Fixture f;
+        f.provider.enqueueChat(Response::sse({QStringLiteral("Hal"), QStringLiteral("lo")}, true, 5));
+        f.send(QStringLiteral("Erste Frage"));
+        QCOMPARE(f.messages().size(), 1); // the answer's message comes with the turn, a moment later
+        QVERIFY(f.waitForTurn());
+        QCOMPARE(f.messages().size(), 2);
+        QCOMPARE(f.messages()[1].text(), QStringLiteral("Hallo"));
+        QVERIFY(!f.messages()[1].isUser());
+
+        f.provider.enqueueChat(Response::sse({QStringLiteral("Zwei")}));
+        f.send(QStringLiteral("Zweite Frage"));
+        QVERIFY(f.waitForTurn());
+        const QJsonArray first = f.provider.requests()[0].json().value(QStringLiteral("messages")).toArray();
+        QCOMPARE(first.size(), 2); // system and user: an empty history
+        const QJsonObject body = f.provider.requests()[1].json();
+        const QJsonArray messages = body.value(QStringLiteral("messages")).toArray();
+        QCOMPARE(messages.size(), 4);
+        QCOMPARE(messages[0].toObject().value(QStringLiteral("content")).toString(),
+                 QStringLiteral("Sei nett.\n") + InfomaniakAPI::PlainStyleSentence);
+        QCOMPARE(messages[1].toObject(), (QJsonObject{{"role", "user"}, {"content", "Erste Frage"}}));
+        QCOMPARE(messages[2].toObject(), (QJsonObject{{"role", "assistant"}, {"content", "Hallo"}}));
+        QCOMPARE(messages[3].toObject(), (QJsonObject{{"role", "user"}, {"content", "Zweite Frage"}}));
+        QCOMPARE(body.value(QStringLiteral("model")).toString(), QStringLiteral("mistral3"));
+    }
+
+    void errorIsNotedInTheAnswer() {
+        Fixture f;
+        Response cut = Response::sse({QStringLiteral("Teil")}, false);
+        cut.framing = TestProvider::Framing::ContentLength;
+        cut.abortAfterPieces = true;
+        f.provider.enqueueChat(cut);
+        ConsoleCapture console;
+        QSignalSpy finished(f.session.get(), &ChatSession::turnFinished);
+        f.send(QStringLiteral("Frage"));
+        QVERIFY(finished.wait(10000));
+        QVERIFY(finished.first().at(0).toBool());
+        const QString description = finished.first().at(1).toString();
+        QVERIFY(!description.isEmpty());
+        QCOMPARE(f.messages().last().text(),
+                 QStringLiteral("Teil\n[Fehler: ") + description + QLatin1Char(']'));
+        QVERIFY(console.contains(QStringLiteral("Error sending message: ") + description));
+
+        // The next message can be sent, and an HTTP error reads as the provider's status.
+        f.provider.enqueueChat(Response::text(401, "nope"));
+        f.send(QStringLiteral("Nochmal"));
+        QVERIFY(f.waitForTurn());
+        QCOMPARE(f.messages().last().text(),
+                 QStringLiteral("\n[Fehler: API request failed with status 401]"));
+    }
+
+    void cancellingKeepsWhatArrived() {
+        Fixture f;
+        Response slow;
+        slow.pieces.append({"data: {\"choices\":[{\"delta\":{\"content\":\"x\"}}]}\n", 3000});
+        f.provider.enqueueChat(slow);
+        f.send(QStringLiteral("Frage"));
+        QTRY_COMPARE(f.messages().size(), 2);
+        QTRY_COMPARE(f.provider.requests().size(), 1);
+        QVERIFY(f.session->isLoading());
+        QSignalSpy finished(f.session.get(), &ChatSession::turnFinished);
+        f.session->cancelStreaming();
+        QVERIFY(!f.session->isLoading());
+        QVERIFY(finished.wait(5000));
+        QVERIFY(!finished.first().at(0).toBool());     // a stopped turn is no failure
+        QTRY_COMPARE(f.provider.openConnections(), 0); // the request was aborted
+        QCOMPARE(f.messages().last().text(), QString());
+
+        f.provider.enqueueChat(Response::sse({QStringLiteral("ok")}));
+        f.send(QStringLiteral("Weiter"));
+        QVERIFY(f.waitForTurn());
+        const QJsonArray messages =
+            f.provider.requests().last().json().value(QStringLiteral("messages")).toArray();
+        QCOMPARE(messages[2].toObject(), (QJsonObject{{"role", "assistant"}, {"content", ""}}));
+    }
+
+    void clearingDuringATurn() {
+        Fixture f;
+        f.provider.enqueueChat(Response::sse({QStringLiteral("a"), QStringLiteral("b")}, true, 300));
+        f.send(QStringLiteral("Frage"));
+        QTRY_COMPARE(f.messages().size(), 2);
+        Notifier::instance().post(Notifier::ClearChatMemory);
+        QTRY_VERIFY(f.messages().isEmpty());
+        QVERIFY(f.waitForTurn());
+        QVERIFY(f.messages().isEmpty()); // pieces that came meanwhile were dropped
+        QVERIFY(!f.session->isLoading());
+    }
+
+    void visionCheck() {
+        Fixture f;
+        const QString picture = writePicture(QStringLiteral("Foto.PNG"));
+        f.attach(picture);
+        QCOMPARE(f.session->pendingAttachments()->size(), 1);
+        QVERIFY(f.session->pendingAttachments()->list().first().type().isImage());
+
+        QSignalSpy refused(f.session.get(), &ChatSession::visionRefusalPosted);
+        f.send(QStringLiteral("Was siehst du?"));
+        QCOMPARE(f.messages().size(), 1);
+        QCOMPARE(f.messages().first().attachments().size(), 1);
+        QCOMPARE(f.session->pendingAttachments()->size(), 0);
+        QVERIFY(!f.session->isLoading());
+        QVERIFY(refused.wait(5000));
+        QCOMPARE(f.messages().last().text(), ChatSession::VisionRefusal);
+        QCOMPARE(ChatSession::VisionRefusal.toUtf8().size(), 189);
+        QVERIFY(f.provider.requests().isEmpty());
+
+        // Documents alone go to any model; pictures go to a model that sees, or one outside the catalogue.
+        f.provider.enqueueChat(Response::sse({QStringLiteral("ok")}));
+        f.attach(writeFile(QStringLiteral("notiz.txt"), "Notiz"));
+        f.send(QString());
+        QVERIFY(f.waitForTurn());
+        QCOMPARE(f.messages()[2].text(), QString());
+        QCOMPARE(f.provider.requests().size(), 1);
+
+        for (const QString &model : {QStringLiteral("qwen3"), QStringLiteral("unbekannt")}) {
+            f.settings.setSelectedModel(model);
+            f.provider.enqueueChat(Response::sse({QStringLiteral("Ein Bild")}));
+            f.attach(picture);
+            f.send(QStringLiteral("Und jetzt?"));
+            QVERIFY(f.waitForTurn());
+            const QJsonArray parts = f.provider.requests()
+                                         .last()
+                                         .json()[QStringLiteral("messages")]
+                                         .toArray()
+                                         .last()[QStringLiteral("content")]
+                                         .toArray();
+            QCOMPARE(parts.size(), 2);
+        }
+    }
+
+    void attachmentIntake() {
+        Fixture f;
+        const QDir home(TestEnvironment::home().path());
+        home.mkpath(QStringLiteral("Ordner"));
+        const QStringList files{writePicture(QStringLiteral("Foto.PNG")),
+                                writeFile(QStringLiteral("bild.png"), "not a picture"),
+                                writeFile(QStringLiteral("scan.heic"), "heic"),
+                                writeFile(QStringLiteral("anim.gif"), "GIF89a"),
+                                writeFile(QStringLiteral("Bericht.pdf"), "%PDF"),
+                                home.filePath(QStringLiteral("Ordner")),
+                                writeFile(QStringLiteral("Bericht.pdf"), "%PDF")};
+        for (const QString &file : files)
+            f.attach(file);
+        const QList<Attachment> pending = f.session->pendingAttachments()->list();
+        QCOMPARE(pending.size(), files.size());
+        QVERIFY(pending[0].type().isImage());
+        const QStringList names{"bild.png", "scan.heic", "anim.gif", "Bericht.pdf", "Ordner", "Bericht.pdf"};
+        for (int i = 1; i < pending.size(); ++i) {
+            QVERIFY(pending[i].type().isDocument());
+            QCOMPARE(pending[i].type().name(), names[i - 1]);
+        }
+        QVERIFY(!(pending[4] == pending[6])); // the same file twice: two attachments
+
+        const QUuid second = pending[1].id();
+        QVERIFY(f.session->findAttachment(second));
+        f.session->removePendingAttachment(0);
+        QCOMPARE(f.session->pendingAttachments()->list().first().id(), second);
+    }
+};
+
+QUILLMOOR_TEST_MAIN(TestChatSession)
+#include "tst_chatsession.moc"

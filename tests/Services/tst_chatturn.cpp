@@ -1,0 +1,261 @@
+#include "ConsoleCapture.h"
+#include "Services/InfomaniakAPI.h"
+#include "StreamCollector.h"
+#include "TestMain.h"
+#include "TestProvider.h"
+
+#include <QFile>
+#include <QSignalSpy>
+#include <QTcpServer>
+
+namespace {
+
+using Response = TestProvider::Response;
+
+InfomaniakAPI apiFor(const TestProvider &provider, int timeoutMs = 60000) {
+    qputenv("QUILLMOOR_API_BASE_URL", provider.baseUrl().toString().toUtf8());
+    qputenv("QUILLMOOR_API_KEY", "test-key");
+    InfomaniakAPI api = InfomaniakAPI::fromEnvironment();
+    api.setTransferTimeoutMs(timeoutMs);
+    return api;
+}
+
+std::shared_ptr<ChatStream> ask(const InfomaniakAPI &api, const QString &message = QStringLiteral("Hallo")) {
+    return api.sendStreamingMessage(message, {}, {}, QStringLiteral("mistral3"), QStringLiteral("Prompt"),
+                                    {});
+}
+
+// Serves a recorded body in small reads, so every line end and character may fall on a read boundary.
+Response recorded(const QString &fixture, int readSize) {
+    QFile file(TestEnvironment::fixture(QStringLiteral("sse/") + fixture));
+    if (!file.open(QIODevice::ReadOnly))
+        qFatal("missing fixture");
+    const QByteArray body = file.readAll();
+    Response r;
+    // An occasional pause makes the reads end at arbitrary places without slowing long recordings down.
+    for (qsizetype i = 0; i < body.size(); i += readSize)
+        r.pieces.append({body.mid(i, readSize), (i / readSize) % 97 == 0 ? 1 : 0});
+    return r;
+}
+
+} // namespace
+
+class TestChatTurn : public QObject {
+    Q_OBJECT
+private slots:
+    void piecesArriveInOrderAndStopAtDone() {
+        TestProvider provider;
+        QVERIFY(provider.listen());
+        Response response = Response::sse({QStringLiteral("Hal"), QStringLiteral("lo")});
+        response.pieces.append({R"(data: {"choices":[{"delta":{"content":"after done"}}]})"
+                                "\n\n",
+                                0});
+        provider.enqueueChat(response);
+        ConsoleCapture console;
+        const CollectedStream result = readAll(ask(apiFor(provider)));
+        QCOMPARE(result.pieces, QStringList({QStringLiteral("Hal"), QStringLiteral("lo")}));
+        QVERIFY(!result.error);
+        QVERIFY(console.contains(
+            QStringLiteral("Stream: Starting request for model mistral3... with 0 attachments")));
+        QVERIFY(console.contains(QStringLiteral("Stream: Response received. Status: 200")));
+
+        const TestProvider::Request request = provider.requests().first();
+        QCOMPARE(request.method, QByteArray("POST"));
+        QCOMPARE(request.path, QByteArray("/v1/chat/completions"));
+        QCOMPARE(request.headers.value("authorization"), QByteArray("Bearer test-key"));
+        QCOMPARE(request.headers.value("content-type"), QByteArray("application/json"));
+    }
+
+    void recordedStreams_data() {
+        QTest::addColumn<QString>("fixture");
+        QTest::addColumn<int>("pieces");
+        QTest::addColumn<QString>("text");
+        QTest::addRow("role-only first delta")
+            << "azure_ai_inference_phi3_role_only_usage.txt" << 1 << "Test content";
+        QTest::addRow("empty choices and filters")
+            << "azure_openai_content_filter_empty_choices.txt" << 2 << "Kindness";
+        QTest::addRow("null content, emoji") << "deepseek_reasoner_null_content_emoji.txt" << 12
+                                             << QStringLiteral("Hello there! 😊 How can I help you today?");
+        QTest::addRow("moderation chunks") << "openai_gpt5_moderation_obfuscation.txt" << 3 << "Paris.";
+        QTest::addRow("keep-alive comments, mid-stream error object")
+            << "openrouter_keepalive_midstream_error.txt" << 4 << "";
+        QTest::addRow("vllm fields") << "vllm_0.24_crusoe_llama3.3_usage.txt" << 14 << "1, 2, 3, 4, 5";
+        QTest::addRow("data: without space, no done") << "hf_tgi_nospace_no_done.txt" << 0 << "";
+        QTest::addRow("CRLF, other schema") << "gemini_native_crlf_not_openai_schema.txt" << 0 << "";
+    }
+    void recordedStreams() {
+        QFETCH(QString, fixture);
+        QFETCH(int, pieces);
+        QFETCH(QString, text);
+        for (int readSize : {1, 7, 4096}) {
+            TestProvider provider;
+            QVERIFY(provider.listen());
+            provider.enqueueChat(recorded(fixture, readSize));
+            const CollectedStream result = readAll(ask(apiFor(provider)));
+            QVERIFY(!result.error);
+            QCOMPARE(result.pieces.size(), pieces);
+            QCOMPARE(result.text(), text);
+        }
+    }
+
+    void longRecordedStreams() {
+        TestProvider provider;
+        QVERIFY(provider.listen());
+        provider.enqueueChat(recorded(QStringLiteral("mistral_tiny_role_null_length_utf8.txt"), 13));
+        provider.enqueueChat(recorded(QStringLiteral("openai_gpt4o-mini_n2_interleaved_usage.txt"), 13));
+        const InfomaniakAPI api = apiFor(provider);
+        const CollectedStream mistral = readAll(ask(api));
+        QCOMPARE(mistral.pieces.size(), 124);
+        QVERIFY(mistral.text().startsWith(
+            QStringLiteral("It is subjective to determine the \"best\" French cheese")));
+        QVERIFY(mistral.text().contains(QStringLiteral("É")));
+        const CollectedStream interleaved = readAll(ask(api));
+        QCOMPARE(interleaved.pieces.size(), 106); // both choices' chunks, each read as "the first choice"
+        QVERIFY(interleaved.text().startsWith(QStringLiteral("I'mI'm unable unable to to")));
+    }
+
+    void httpErrorPrintsBodyThenFails_data() {
+        QTest::addColumn<int>("status");
+        QTest::addColumn<QByteArray>("body");
+        QTest::addColumn<QStringList>("bodyLines");
+        QTest::addRow("401 two lines")
+            << 401 << QByteArray("first line\r\nsecond line") << QStringList{"first line", "second line"};
+        QTest::addRow("502 html page")
+            << 502 << QByteArray("<html>\n<head><title>502 Bad Gateway</title></head>\n</html>\n")
+            << QStringList{"<html>", "<head><title>502 Bad Gateway</title></head>", "</html>"};
+        QTest::addRow("empty body") << 500 << QByteArray() << QStringList{};
+        QFile notFound(TestEnvironment::fixture(QStringLiteral("sse/error_404_openai_model_not_found.txt")));
+        notFound.open(QIODevice::ReadOnly);
+        const QByteArray notFoundBody = notFound.readAll();
+        QTest::addRow("404 recorded")
+            << 404 << notFoundBody
+            << QString::fromUtf8(notFoundBody).split(QLatin1Char('\n'), Qt::KeepEmptyParts);
+    }
+    void httpErrorPrintsBodyThenFails() {
+        QFETCH(int, status);
+        QFETCH(QByteArray, body);
+        QFETCH(QStringList, bodyLines);
+        if (!bodyLines.isEmpty() && bodyLines.last().isEmpty())
+            bodyLines.removeLast(); // a final line end opens no further line
+        TestProvider provider;
+        QVERIFY(provider.listen());
+        provider.enqueueChat(Response::text(status, body, "text/html"));
+        ConsoleCapture console;
+        const CollectedStream result = readAll(ask(apiFor(provider)));
+        QVERIFY(result.pieces.isEmpty());
+        QVERIFY(result.error);
+        QCOMPARE(result.error->domain, QStringLiteral("InfomaniakAPI"));
+        QCOMPARE(result.error->code, status);
+        QCOMPARE(result.error->description, QStringLiteral("API request failed with status %1").arg(status));
+
+        QStringList printed;
+        for (const QString &line : console.text().split(QLatin1Char('\n')))
+            if (line.startsWith(QLatin1String("Error Body: ")))
+                printed.append(line.mid(12));
+        QCOMPARE(printed, bodyLines);
+        QVERIFY(console.contains(QStringLiteral("API Error: Status %1").arg(status)));
+        QVERIFY(console.contains(QStringLiteral("Stream Error: ") + result.error->fullText()));
+    }
+
+    void transportFailures() {
+        ConsoleCapture console;
+        // Nothing listens on the port.
+        quint16 closedPort;
+        {
+            QTcpServer probe;
+            QVERIFY(probe.listen(QHostAddress::LocalHost));
+            closedPort = probe.serverPort();
+        }
+        qputenv("QUILLMOOR_API_BASE_URL", QStringLiteral("http://127.0.0.1:%1/v1").arg(closedPort).toUtf8());
+        const CollectedStream unreachable = readAll(ask(InfomaniakAPI::fromEnvironment()));
+        QVERIFY(unreachable.error);
+        QCOMPARE(unreachable.error->domain, QStringLiteral("QNetworkReply"));
+        QVERIFY(console.contains(QStringLiteral("Stream Error: ") + unreachable.error->fullText()));
+
+        // Heads, one piece, then silence: the inactivity time-out ends the turn, keeping what came.
+        TestProvider provider;
+        QVERIFY(provider.listen());
+        Response stalled = Response::sse({QStringLiteral("Teil")}, false);
+        stalled.pieces.append({"data: {\"choices\":[{\"delta\":{\"content\":\"never\"}}]}\n\n", 600000});
+        provider.enqueueChat(stalled);
+        const CollectedStream silent = readAll(ask(apiFor(provider, 400)));
+        QCOMPARE(silent.pieces, QStringList{QStringLiteral("Teil")});
+        QVERIFY(silent.error);
+        QCOMPARE(silent.error->domain, QStringLiteral("QNetworkReply"));
+
+        // A server that never answers at all.
+        Response never;
+        never.neverAnswer = true;
+        provider.enqueueChat(never);
+        const CollectedStream nothing = readAll(ask(apiFor(provider, 400)));
+        QVERIFY(nothing.pieces.isEmpty());
+        QVERIFY(nothing.error);
+
+        // A chunked body cut off before its end is a broken transfer, after the pieces that did arrive.
+        Response cut = Response::sse({QStringLiteral("A"), QStringLiteral("B")}, false);
+        cut.framing = TestProvider::Framing::ContentLength;
+        cut.abortAfterPieces = true;
+        provider.enqueueChat(cut);
+        const CollectedStream broken = readAll(ask(apiFor(provider)));
+        QCOMPARE(broken.pieces, QStringList({QStringLiteral("A"), QStringLiteral("B")}));
+        QVERIFY(broken.error);
+    }
+
+    void endOfBodyWithoutDoneIsNormal() {
+        TestProvider provider;
+        QVERIFY(provider.listen());
+        // The server closes in the middle of a line: what stands there is the last line.
+        Response r = Response::sse({QStringLiteral("eins")}, false);
+        r.pieces.append({"data:[DONE]\n", 0});
+        r.pieces.append({"data: {\"choices\":[{\"delta\":{\"content\":\"zwei\"}}]}", 0});
+        provider.enqueueChat(r);
+        const CollectedStream result = readAll(ask(apiFor(provider)));
+        QVERIFY(!result.error);
+        QCOMPARE(result.pieces, QStringList({QStringLiteral("eins"), QStringLiteral("zwei")}));
+
+        Response half = Response::sse({QStringLiteral("eins")}, false);
+        half.pieces.append({"data: {\"choices\":[{\"delta\":{\"cont", 0});
+        provider.enqueueChat(half);
+        const CollectedStream truncated = readAll(ask(apiFor(provider)));
+        QVERIFY(!truncated.error);
+        QCOMPARE(truncated.pieces, QStringList{QStringLiteral("eins")});
+    }
+
+    void hostileBodies() {
+        TestProvider provider;
+        QVERIFY(provider.listen());
+        const QString huge(10 * 1024 * 1024, QLatin1Char('x'));
+        Response r = Response::sse({huge, QStringLiteral("ok")});
+        r.pieces.prepend({"data: {\"choices\":[{\"delta\":{\"content\":\"a\xff\xfe"
+                          "b\"}}]}\n",
+                          0});
+        r.pieces.prepend({"data: {\"choices\": 5}\ndata: [1,2]\ndata: {\"choices\":[{\"delta\":[]}]}\n", 0});
+        provider.enqueueChat(r);
+        const CollectedStream result = readAll(ask(apiFor(provider)));
+        QVERIFY(!result.error);
+        QCOMPARE(result.pieces.size(), 3);
+        QCOMPARE(result.pieces[0], QStringLiteral("a\uFFFD\uFFFDb"));
+        QCOMPARE(result.pieces[1].size(), huge.size());
+        QCOMPARE(result.pieces[2], QStringLiteral("ok"));
+    }
+
+    void cancellingAbortsTheRequest() {
+        TestProvider provider;
+        QVERIFY(provider.listen());
+        QStringList many;
+        for (int i = 0; i < 200; ++i)
+            many.append(QStringLiteral("p%1 ").arg(i));
+        provider.enqueueChat(Response::sse(many, true, 20)); // four seconds of answer
+        const auto stream = ask(apiFor(provider));
+        const ChatStream::Item first = QCoro::waitFor(stream->next());
+        QCOMPARE(first.kind, ChatStream::Item::Kind::Piece);
+        stream->cancel();
+        const ChatStream::Item after = QCoro::waitFor(stream->next());
+        QCOMPARE(after.kind, ChatStream::Item::Kind::End);
+        // The provider's side of the connection goes away long before the answer would have ended.
+        QTRY_VERIFY_WITH_TIMEOUT(provider.openConnections() == 0, 2000);
+    }
+};
+
+QUILLMOOR_TEST_MAIN(TestChatTurn)
+#include "tst_chatturn.moc"
