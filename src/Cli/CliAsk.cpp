@@ -4,6 +4,7 @@
 #include "Chat/ChatSession.h"
 #include "Services/ContextManager.h"
 
+#include <QEventLoop>
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonArray>
@@ -11,7 +12,6 @@
 #include <QJsonObject>
 #include <QTextStream>
 
-#include <qcoro/qcorosignal.h>
 #include <qcoro/qcorotask.h>
 
 #include <cstdio>
@@ -109,7 +109,7 @@ std::optional<QList<Message>> readHistory(const QString &path, QString *error) {
     return messages;
 }
 
-QCoro::Task<int> runAsk(AskOptions options) {
+int runAsk(const AskOptions &options) {
     auto api = std::make_shared<const InfomaniakAPI>(InfomaniakAPI::fromEnvironment());
     AppSettings settings;
     ContextManager contextManager(api);
@@ -121,30 +121,33 @@ QCoro::Task<int> runAsk(AskOptions options) {
         QString error;
         const std::optional<QList<Message>> history = readHistory(options.historyFile, &error);
         if (!history)
-            co_return usageError(error);
+            return usageError(error);
         for (const Message &m : *history)
             session.appendMessage(m);
     }
+    // Knowledge files are processed to the end first, so the turn retrieves from all of them.
+    for (const QString &file : options.knowledge)
+        contextManager.addFile(QUrl::fromLocalFile(QFileInfo(file).absoluteFilePath()));
+    if (!options.knowledge.isEmpty())
+        QCoro::waitFor(contextManager.waitUntilIdle());
     for (const QString &file : options.attachments)
-        co_await session.addAttachmentAsync(QUrl::fromLocalFile(QFileInfo(file).absoluteFilePath()));
+        QCoro::waitFor(session.addAttachmentAsync(QUrl::fromLocalFile(QFileInfo(file).absoluteFilePath())));
 
+    QEventLoop loop;
+    int status = Cli::ExitOk;
     QObject::connect(&session, &ChatSession::pieceAppended, &writeOut);
-    bool done = false;
-    bool failed = false;
-    QObject::connect(&session, &ChatSession::turnFinished, [&](bool turnFailed, const QString &) {
-        failed = turnFailed;
-        done = true;
+    QObject::connect(&session, &ChatSession::turnFinished, &loop, [&](bool failed, const QString &) {
+        status = failed ? Cli::ExitTurnFailed : Cli::ExitOk;
+        loop.quit();
     });
-    QObject::connect(&session, &ChatSession::visionRefusalPosted, [&] {
+    QObject::connect(&session, &ChatSession::visionRefusalPosted, &loop, [&] {
         writeOut(ChatSession::VisionRefusal);
-        done = true;
+        loop.quit();
     });
-
     session.setInputText(options.question);
     session.sendMessage();
-    while (!done)
-        co_await qCoro(&session, &ChatSession::isLoadingChanged, std::chrono::milliseconds(100));
-    co_return failed ? Cli::ExitTurnFailed : Cli::ExitOk;
+    loop.exec();
+    return status;
 }
 
 } // namespace
@@ -153,5 +156,5 @@ int Cli::ask(const QStringList &args) {
     AskOptions options;
     if (const std::optional<int> status = parse(args, options))
         return *status;
-    return QCoro::waitFor(runAsk(std::move(options)));
+    return runAsk(options);
 }
