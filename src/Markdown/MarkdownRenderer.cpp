@@ -36,6 +36,13 @@ const QRegularExpression &inlineExpression() {
     return expression;
 }
 
+void setSize(QFont &font, qreal size, bool pixels) {
+    if (pixels)
+        font.setPixelSize(qMax(1, qRound(size)));
+    else
+        font.setPointSizeF(size);
+}
+
 bool isTrimmable(QChar c) {
     return c == u'\t' || c.category() == QChar::Separator_Space;
 }
@@ -80,25 +87,29 @@ QString trimmedSpaces(const QString &text) {
     return (begin == 0 && end == text.size()) ? text : text.mid(begin, end - begin);
 }
 
-QFont systemFont(qreal pointSize, QFont::Weight weight) {
+qreal fontSize(const QFont &font) {
+    return font.pixelSize() > 0 ? qreal(font.pixelSize()) : font.pointSizeF();
+}
+
+QFont systemFont(qreal size, QFont::Weight weight, bool pixels) {
     QFont font = QFontDatabase::systemFont(QFontDatabase::GeneralFont);
-    font.setPointSizeF(pointSize);
+    setSize(font, size, pixels);
     font.setWeight(weight);
     return font;
 }
 
-QFont monospacedSystemFont(qreal pointSize) {
+QFont monospacedSystemFont(qreal size, bool pixels) {
     QFont font = QFontDatabase::systemFont(QFontDatabase::FixedFont);
     font.setStyleHint(QFont::Monospace);
     font.setFixedPitch(true);
-    font.setPointSizeF(pointSize);
+    setSize(font, size, pixels);
     font.setWeight(QFont::Normal);
     return font;
 }
 
 // Qt 6.4 cannot ask for tabular figures; the system sans fonts here already set digits on equal widths.
-QFont monospacedDigitSystemFont(qreal pointSize) {
-    return systemFont(pointSize, QFont::DemiBold);
+QFont monospacedDigitSystemFont(qreal size, bool pixels) {
+    return systemFont(size, QFont::DemiBold, pixels);
 }
 
 QFont italic(QFont font) {
@@ -110,7 +121,8 @@ AttributedText renderLine(const QString &rawLine, qsizetype index, const QFont &
                           const QColor &textColor, const QColor &accentColor,
                           const ParagraphStyle &paragraphStyle) {
     const QString line = trimmedSpaces(rawLine);
-    const qreal base = baseFont.pointSizeF();
+    const qreal base = fontSize(baseFont);
+    const bool pixels = baseFont.pixelSize() > 0;
     AttributedText out;
 
     if (const QRegularExpressionMatch m = headingExpression().match(line); m.hasMatch()) {
@@ -119,7 +131,8 @@ AttributedText renderLine(const QString &rawLine, qsizetype index, const QFont &
         ParagraphStyle style = paragraphStyle;
         style.paragraphSpacingBefore = index == 0 ? 0 : 12;
         style.paragraphSpacing = 4;
-        const QFont font = systemFont(base + Growth[level - 1], level == 3 ? QFont::DemiBold : QFont::Bold);
+        const QFont font =
+            systemFont(base + Growth[level - 1], level == 3 ? QFont::DemiBold : QFont::Bold, pixels);
         append(out, {trimmedSpaces(line.mid(level)), font, textColor, std::nullopt, style});
         return out;
     }
@@ -128,8 +141,8 @@ AttributedText renderLine(const QString &rawLine, qsizetype index, const QFont &
         ParagraphStyle style = paragraphStyle;
         style.paragraphSpacingBefore = 8;
         style.paragraphSpacing = 8;
-        append(out, {HorizontalRule, systemFont(8, QFont::Normal), withAlpha(textColor, 0.3), std::nullopt,
-                     style});
+        append(out, {HorizontalRule, systemFont(8, QFont::Normal, pixels), withAlpha(textColor, 0.3),
+                     std::nullopt, style});
         return out;
     }
 
@@ -148,7 +161,7 @@ AttributedText renderLine(const QString &rawLine, qsizetype index, const QFont &
         style.headIndent = 20;
         style.firstLineHeadIndent = 0;
         const QString marker = QStringLiteral("  ") + line.left(point) + QStringLiteral(".  ");
-        append(out, {marker, monospacedDigitSystemFont(base), accentColor, std::nullopt, style});
+        append(out, {marker, monospacedDigitSystemFont(base, pixels), accentColor, std::nullopt, style});
         appendAll(out, applyInlineMarkdown(trimmedSpaces(line.mid(point + 1)), baseFont, textColor, style));
         return out;
     }
@@ -193,7 +206,8 @@ AttributedText applyInlineMarkdown(const QString &text, const QFont &baseFont, c
         return out;
     }
 
-    const qreal base = baseFont.pointSizeF();
+    const qreal base = Markdown::fontSize(baseFont);
+    const bool pixels = baseFont.pixelSize() > 0;
     qsizetype previousEnd = 0;
     QRegularExpressionMatchIterator it = expression.globalMatch(text);
     while (it.hasNext()) {
@@ -201,16 +215,16 @@ AttributedText applyInlineMarkdown(const QString &text, const QFont &baseFont, c
         if (m.capturedStart() > previousEnd)
             append(out, plain(text.mid(previousEnd, m.capturedStart() - previousEnd)));
         if (m.capturedStart(2) >= 0) {
-            append(out, {m.captured(2), Markdown::italic(Markdown::systemFont(base, QFont::Bold)), textColor,
-                         std::nullopt, paragraphStyle});
+            append(out, {m.captured(2), Markdown::italic(Markdown::systemFont(base, QFont::Bold, pixels)),
+                         textColor, std::nullopt, paragraphStyle});
         } else if (m.capturedStart(3) >= 0) {
-            append(out, {m.captured(3), Markdown::systemFont(base, QFont::Bold), textColor, std::nullopt,
-                         paragraphStyle});
+            append(out, {m.captured(3), Markdown::systemFont(base, QFont::Bold, pixels), textColor,
+                         std::nullopt, paragraphStyle});
         } else if (m.capturedStart(4) >= 0) {
             append(out, {m.captured(4), Markdown::italic(baseFont), textColor, std::nullopt, paragraphStyle});
         } else {
             append(out, {QLatin1Char(' ') + m.captured(5) + QLatin1Char(' '),
-                         Markdown::monospacedSystemFont(base - 1), withAlpha(textColor, 0.85),
+                         Markdown::monospacedSystemFont(base - 1, pixels), withAlpha(textColor, 0.85),
                          withAlpha(textColor, 0.08), paragraphStyle});
         }
         previousEnd = m.capturedEnd();

@@ -25,10 +25,14 @@ AttributedText renderLine(const QString &line, qsizetype index, const QFont &bas
 // Trims the Unicode space separators and tabs from both ends; line breaks stay.
 QString trimmedSpaces(const QString &text);
 
-// The fonts the renderer uses, made from the system's font families.
-QFont systemFont(qreal pointSize, QFont::Weight weight);
-QFont monospacedSystemFont(qreal pointSize);
-QFont monospacedDigitSystemFont(qreal pointSize);
+// The fonts the renderer uses, made from the system's font families. Sizes follow the base font's unit:
+// points, or pixels when the base font was given in pixels (as Qt Quick views do, where one point of the
+// design is one logical pixel).
+QFont systemFont(qreal size, QFont::Weight weight, bool pixels = false);
+QFont monospacedSystemFont(qreal size, bool pixels = false);
+QFont monospacedDigitSystemFont(qreal size, bool pixels = false);
+// The size of a font in its own unit.
+qreal fontSize(const QFont &font);
 QFont italic(QFont font);
 
 inline const QString HorizontalRule = QString(21, QChar(0x2500));
