@@ -37,9 +37,9 @@ void ChatResponseReader::onMetaData() {
         Console::line(QStringLiteral("API Error: Status %1").arg(m_status));
 }
 
-bool ChatResponseReader::handleLine(const QString &line) {
+bool ChatResponseReader::handleLine(QByteArrayView line) {
     if (m_status != 200) {
-        Console::line(QStringLiteral("Error Body: ") + line);
+        Console::line(QStringLiteral("Error Body: ") + QString::fromUtf8(line));
         return true;
     }
     const StreamEvent event = StreamEvent::parse(line);
@@ -63,7 +63,7 @@ void ChatResponseReader::onReadyRead() {
     if (!m_statusPrinted)
         return; // not an HTTP answer; decided when it finishes
     const QByteArray bytes = m_reply->readAll();
-    m_splitter.feed(bytes, [this](const QString &line) { return handleLine(line); });
+    m_splitter.feed(bytes, [this](QByteArrayView line) { return handleLine(line); });
 }
 
 void ChatResponseReader::onFinished() {
@@ -71,7 +71,7 @@ void ChatResponseReader::onFinished() {
         return;
     onMetaData();
     const QNetworkReply::NetworkError transportError = m_reply->error();
-    const auto handler = [this](const QString &line) { return handleLine(line); };
+    const auto handler = [this](QByteArrayView line) { return handleLine(line); };
     if (m_statusPrinted) {
         // Whatever arrived before a failure is still delivered; "[DONE]" may already end the stream here.
         if (!m_splitter.feed(m_reply->readAll(), handler))

@@ -25,7 +25,7 @@ private:
     void onReadyRead();
     void onFinished();
     void onCancel();
-    bool handleLine(const QString &line);
+    bool handleLine(QByteArrayView line);
     void end(const std::optional<ProviderError> &error);
 
     QNetworkReply *m_reply;

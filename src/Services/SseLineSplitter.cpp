@@ -8,7 +8,7 @@ bool SseLineSplitter::emitLine(QByteArrayView bytes, const LineHandler &onLine) 
         ++m_dropped;
         return true;
     }
-    return onLine(QString::fromUtf8(bytes));
+    return onLine(bytes);
 }
 
 bool SseLineSplitter::feed(QByteArrayView bytes, const LineHandler &onLine) {

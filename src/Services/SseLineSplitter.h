@@ -2,16 +2,15 @@
 
 #include <QByteArray>
 #include <QByteArrayView>
-#include <QString>
 
 #include <functional>
 
 // Cuts a byte stream into lines as the bytes arrive. A line ends at LF, CR or CR LF (one end, also when the
 // CR closes one read and the LF opens the next); the ends are not part of the line. Bytes are kept until
-// their line is complete, so a character split between reads decodes whole; invalid UTF-8 becomes U+FFFD.
+// their line is complete, so a character split between reads is never cut; lines are handed on as bytes.
 class SseLineSplitter {
 public:
-    using LineHandler = std::function<bool(const QString &line)>; // return false to stop
+    using LineHandler = std::function<bool(QByteArrayView line)>; // return false to stop
 
     // Longer lines are dropped whole rather than held without bound.
     static constexpr qsizetype MaxLineBytes = 64 * 1024 * 1024;

@@ -1,18 +1,45 @@
 #include "StreamEvent.h"
 
+#include "Services/JsonDeltaScanner.h"
+
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 
-StreamEvent StreamEvent::parse(const QString &line) {
-    static const QString prefix = QStringLiteral("data: ");
-    if (!line.startsWith(prefix))
+namespace {
+
+constexpr QByteArrayView Prefix("data: ");
+constexpr QByteArrayView DoneMarker("[DONE]");
+
+} // namespace
+
+StreamEvent StreamEvent::parse(QByteArrayView line)
+{
+    if (!line.startsWith(Prefix))
         return {};
-    const QStringView rest = QStringView(line).mid(prefix.size());
-    if (rest == QLatin1String("[DONE]"))
+    const QByteArrayView rest = line.sliced(Prefix.size());
+    if (rest == DoneMarker)
+        return {Kind::Done, {}};
+    // Most events are plain, well-formed JSON: a single pass finds the piece without building a document.
+    const JsonDeltaScanner::Result scanned = JsonDeltaScanner::scan(rest);
+    switch (scanned.outcome) {
+    case JsonDeltaScanner::Outcome::Content: return {Kind::Piece, scanned.content};
+    case JsonDeltaScanner::Outcome::NoContent: return {};
+    case JsonDeltaScanner::Outcome::Unsure: break;
+    }
+    return parseWithDocument(line);
+}
+
+StreamEvent StreamEvent::parseWithDocument(QByteArrayView line)
+{
+    if (!line.startsWith(Prefix))
+        return {};
+    const QByteArrayView rest = line.sliced(Prefix.size());
+    if (rest == DoneMarker)
         return {Kind::Done, {}};
 
-    const QJsonDocument document = QJsonDocument::fromJson(rest.toUtf8());
+    // The line is read as text first, so bytes that are not UTF-8 become replacement characters.
+    const QJsonDocument document = QJsonDocument::fromJson(QString::fromUtf8(rest).toUtf8());
     if (!document.isObject())
         return {};
     const QJsonValue choicesValue = document.object().value(QLatin1String("choices"));

@@ -1,7 +1,7 @@
 #pragma once
 
+#include <QByteArrayView>
 #include <QString>
-#include <QStringView>
 
 // What one line of the answer stream means: nothing, the next piece of the answer, or the end marker.
 struct StreamEvent {
@@ -10,5 +10,8 @@ struct StreamEvent {
     QString content;
 
     // Only "data: " lines count; their JSON must hold a string at choices[0].delta.content.
-    static StreamEvent parse(const QString &line);
+    static StreamEvent parse(QByteArrayView line);
+    // The same decision made through Qt's JSON document: the reference the fast reader is held to, and its
+    // fallback for anything unusual.
+    static StreamEvent parseWithDocument(QByteArrayView line);
 };

@@ -2,14 +2,16 @@
 #include "Services/StreamEvent.h"
 #include "TestMain.h"
 
+#include <QDir>
+
 namespace {
 
 // Feeds the reads one after another and returns the lines, the last unterminated one included.
 QStringList split(const QList<QByteArray> &reads) {
     SseLineSplitter splitter;
     QStringList lines;
-    const auto collect = [&](const QString &line) {
-        lines.append(line);
+    const auto collect = [&](QByteArrayView line) {
+        lines.append(QString::fromUtf8(line));
         return true;
     };
     for (const QByteArray &read : reads)
@@ -62,8 +64,8 @@ private slots:
     void overlongLineIsDropped() {
         SseLineSplitter splitter;
         QStringList lines;
-        const auto collect = [&](const QString &line) {
-            lines.append(line);
+        const auto collect = [&](QByteArrayView line) {
+            lines.append(QString::fromUtf8(line));
             return true;
         };
         const QByteArray block(16 * 1024 * 1024, 'x');
@@ -78,9 +80,9 @@ private slots:
     void stopsWhenAsked() {
         SseLineSplitter splitter;
         QStringList lines;
-        QVERIFY(!splitter.feed("a\nb\nc\n", [&](const QString &line) {
-            lines.append(line);
-            return line != QLatin1String("b");
+        QVERIFY(!splitter.feed("a\nb\nc\n", [&](QByteArrayView line) {
+            lines.append(QString::fromUtf8(line));
+            return line != QByteArrayView("b");
         }));
         QCOMPARE(lines, QStringList({QStringLiteral("a"), QStringLiteral("b")}));
     }
@@ -124,9 +126,67 @@ private slots:
         QFETCH(QString, line);
         QFETCH(int, kind);
         QFETCH(QString, content);
-        const StreamEvent event = StreamEvent::parse(line);
+        const QByteArray bytes = line.toUtf8();
+        const StreamEvent event = StreamEvent::parse(bytes);
         QCOMPARE(int(event.kind), kind);
         QCOMPARE(event.content, content);
+        const StreamEvent reference = StreamEvent::parseWithDocument(bytes);
+        QCOMPARE(int(reference.kind), kind);
+        QCOMPARE(reference.content, content);
+    }
+
+    // The single-pass reader must decide every line exactly as Qt's JSON parser does: recorded streams,
+    // every prefix and every one-byte change of typical events, and hand-made oddities.
+    void fastReaderAgreesWithQtParser()
+    {
+        QList<QByteArray> lines;
+        const QDir dir(TestEnvironment::fixture(QStringLiteral("sse")));
+        for (const QString &name : dir.entryList(QDir::Files)) {
+            QFile file(dir.filePath(name));
+            QVERIFY(file.open(QIODevice::ReadOnly));
+            for (const QByteArray &line : file.readAll().split('\n'))
+                lines.append(line.endsWith('\r') ? line.chopped(1) : line);
+        }
+        const QList<QByteArray> seeds{
+            "data: {\"choices\":[{\"index\":0,\"delta\":{\"role\":\"assistant\",\"content\":\"Gr\\u00fc\\u00dfe \\ud83d\\ude0a \\\"x\\\"\"}}]}",
+            "data: {\"id\":\"a\",\"choices\":[{\"delta\":{\"content\":\"1.5e-3 -0 [] {}\"},\"logprobs\":null,\"n\":-1.25E+2}],\"u\":true}",
+            "data: {\"choices\":[{\"delta\":{\"content\":\"\xc3\xa4\xf0\x9f\x98\x8a\"}}]}",
+        };
+        for (const QByteArray &seed : seeds) {
+            for (qsizetype cut = 0; cut <= seed.size(); ++cut)
+                lines.append(seed.left(cut));
+            for (qsizetype i = 6; i < seed.size(); ++i)
+                for (const char replacement : {'"', '{', '}', '[', ']', ',', ':', '\\', 'x', '0', ' ', '\x01', '\xff'}) {
+                    QByteArray mutated = seed;
+                    mutated[i] = replacement;
+                    lines.append(mutated);
+                }
+        }
+        lines += QList<QByteArray>{
+            "data: {\"choices\":[{\"delta\":{\"content\":\"a\",\"content\":\"b\"}}]}",
+            "data: {\"choices\":[],\"choices\":[{\"delta\":{\"content\":\"b\"}}]}",
+            "data: {\"ch\\u006fices\":[{\"delta\":{\"content\":\"b\"}}]}",
+            "data: {\"choices\":[{\"delta\":{\"content\":\"\\ud800\"}}]}",
+            "data: {\"choices\":[{\"delta\":{\"content\":\"\\udc00x\"}}]}",
+            "data: {\"choices\":[{\"delta\":{\"content\":\"tab\tinside\"}}]}",
+            "data: {\"choices\":[{\"delta\":{\"content\":\"x\"}}]} trailing",
+            "data:  {\"choices\":[{\"delta\":{\"content\":\"x\"}}]} ",
+            "data: {\"choices\":[{\"delta\":{\"content\":01}}]}",
+            "data: {\"choices\":[{\"delta\":{\"content\":\"x\"}},]}",
+            "data: {\"choices\":[{\"delta\":{\"content\":\"x\"},}]}",
+            "data: \"just a string\"",
+            "data: 42",
+            "data: {\"choices\":[{\"delta\":{\"content\":\"x\"}}]}{}",
+            "data: {\"choices\":[{\"delta\":{\"content\":\"nul\x00byte\"}}]}",
+            "data: " + QByteArray(100, '[') + QByteArray(100, ']'),
+            "data: {\"a\":" + QByteArray(80, '[') + QByteArray(80, ']') + ",\"choices\":[{\"delta\":{\"content\":\"deep\"}}]}",
+        };
+        for (const QByteArray &line : lines) {
+            const StreamEvent fast = StreamEvent::parse(line);
+            const StreamEvent reference = StreamEvent::parseWithDocument(line);
+            if (fast.kind != reference.kind || fast.content != reference.content)
+                QFAIL(qPrintable(QStringLiteral("disagreement on: ") + QString::fromUtf8(line.toPercentEncoding(" {}[]\":,"))));
+        }
     }
 };
 
