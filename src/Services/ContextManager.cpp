@@ -7,7 +7,9 @@
 
 #include <QMutexLocker>
 
-#include <qcoro/qcorosignal.h>
+#include <qcoro/qcorotimer.h>
+
+#include <chrono>
 
 #include <atomic>
 #include <cmath>
@@ -16,7 +18,8 @@ namespace {
 
 std::atomic<ContextManager *> g_shared{nullptr};
 
-double norm(const QList<double> &v) {
+double norm(const QList<double> &v)
+{
     double sum = 0.0;
     for (double x : v)
         sum += x * x;
@@ -29,31 +32,37 @@ ContextManager::ContextManager(std::shared_ptr<const InfomaniakAPI> api, QObject
     : QObject(parent)
     , m_api(std::move(api))
     , m_monitor(new FileMonitor(this))
-    , m_snapshot(std::make_shared<KnowledgeSnapshot>()) {
+    , m_snapshot(std::make_shared<KnowledgeSnapshot>())
+{
     connect(m_monitor, &FileMonitor::settled, this, &ContextManager::onFileEventSettled);
     g_shared.store(this);
     DebugLog::start();
     log(QStringLiteral("ContextManager initialized"));
 }
 
-ContextManager::~ContextManager() {
+ContextManager::~ContextManager()
+{
     ContextManager *self = this;
     g_shared.compare_exchange_strong(self, nullptr);
 }
 
-ContextManager *ContextManager::shared() {
+ContextManager *ContextManager::shared()
+{
     return g_shared.load();
 }
 
-void ContextManager::log(const QString &message) {
+void ContextManager::log(const QString &message)
+{
     DebugLog::log(message);
 }
 
-int ContextManager::monitorCount() const {
+int ContextManager::monitorCount() const
+{
     return m_monitor->count();
 }
 
-void ContextManager::addFile(const QUrl &url) {
+void ContextManager::addFile(const QUrl &url)
+{
     const QString path = url.path();
     for (const QUrl &known : std::as_const(m_trackedFiles)) {
         if (known.path() == path)
@@ -68,7 +77,8 @@ void ContextManager::addFile(const QUrl &url) {
     processFile(url);
 }
 
-void ContextManager::removeFile(const QUrl &url) {
+void ContextManager::removeFile(const QUrl &url)
+{
     const QString path = url.path();
     log(QStringLiteral("➖ removeFile: ") + url.fileName() + QStringLiteral(" (path: ") + path +
         QStringLiteral(")"));
@@ -96,19 +106,27 @@ void ContextManager::removeFile(const QUrl &url) {
             .arg(m_globalChunks.size()));
 }
 
-void ContextManager::processFile(const QUrl &url) {
+void ContextManager::processFile(const QUrl &url)
+{
     if (m_processingFiles.contains(url)) {
         log(QStringLiteral("⏸️ processFile skipped (already processing): ") + url.fileName());
         return;
     }
-    // The mark lands after the caller's code has returned, so two calls in one go both start a run.
+    // The mark lands after the caller's code has returned, so two calls in one go both start a run. The run
+    // starts behind the mark: a file that is read at once could otherwise be unmarked before it was marked.
+    runStarted();
     QMetaObject::invokeMethod(
-        this, [this, url] { markProcessing(url); }, Qt::QueuedConnection);
+        this,
+        [this, url] {
+            markProcessing(url);
+            ProcessingRun::run(this, url);
+        },
+        Qt::QueuedConnection);
     log(QStringLiteral("🔄 processFile starting: ") + url.fileName());
-    ProcessingRun::run(this, url);
 }
 
-QString ContextManager::getKnowledgeOverview() const {
+QString ContextManager::getKnowledgeOverview() const
+{
     if (m_trackedFiles.isEmpty())
         return {};
     QString overview = QStringLiteral("Verfügbare Wissensdateien:\n");
@@ -125,22 +143,28 @@ QString ContextManager::getKnowledgeOverview() const {
     return overview;
 }
 
-std::shared_ptr<const KnowledgeSnapshot> ContextManager::snapshot() const {
+std::shared_ptr<const KnowledgeSnapshot> ContextManager::snapshot() const
+{
     QMutexLocker lock(&m_snapshotMutex);
     return m_snapshot;
 }
 
-bool ContextManager::isIdle() const {
+bool ContextManager::isIdle() const
+{
     return m_runningRuns == 0 && m_monitor->pending() == 0;
 }
 
-QCoro::Task<> ContextManager::waitUntilIdle() {
+QCoro::Task<> ContextManager::waitUntilIdle()
+{
+    // A short poll rather than awaiting becameIdle: a signal awaiter resumed from inside the emission that a
+    // finishing run makes can outlive its connection, and the wait is only used where a few ms do not matter.
     QPointer<ContextManager> self(this);
     while (self && !self->isIdle())
-        co_await qCoro(self.data(), &ContextManager::becameIdle);
+        co_await QCoro::sleepFor(std::chrono::milliseconds(10));
 }
 
-void ContextManager::updateGlobalChunks() {
+void ContextManager::updateGlobalChunks()
+{
     QList<DocumentChunk> merged;
     QList<double> norms;
     for (auto it = m_fileChunks.cbegin(); it != m_fileChunks.cend(); ++it) {
@@ -153,22 +177,26 @@ void ContextManager::updateGlobalChunks() {
     m_globalNorms = std::move(norms);
 }
 
-void ContextManager::startMonitoring(const QUrl &url) {
+void ContextManager::startMonitoring(const QUrl &url)
+{
     m_monitor->startMonitoring(url);
 }
 
-void ContextManager::stopMonitoring(const QUrl &url) {
+void ContextManager::stopMonitoring(const QUrl &url)
+{
     m_monitor->stopMonitoring(url);
 }
 
-void ContextManager::onFileEventSettled(const QUrl &url, bool restart) {
+void ContextManager::onFileEventSettled(const QUrl &url, bool restart)
+{
     if (restart)
         startMonitoring(url);
     processFile(url);
     checkIdle();
 }
 
-void ContextManager::markProcessing(const QUrl &url) {
+void ContextManager::markProcessing(const QUrl &url)
+{
     if (m_processingFiles.contains(url))
         return;
     m_processingFiles.append(url);
@@ -176,25 +204,29 @@ void ContextManager::markProcessing(const QUrl &url) {
     emit processingFilesChanged();
 }
 
-void ContextManager::unmarkProcessing(const QUrl &url) {
+void ContextManager::unmarkProcessing(const QUrl &url)
+{
     if (m_processingFiles.removeAll(url) == 0)
         return;
     publish();
     emit processingFilesChanged();
 }
 
-void ContextManager::storeText(const QUrl &url, const QString &text) {
+void ContextManager::storeText(const QUrl &url, const QString &text)
+{
     m_fileTexts.insert(url, text);
     publish();
 }
 
-void ContextManager::storeSchema(const QUrl &url, const QString &description) {
+void ContextManager::storeSchema(const QUrl &url, const QString &description)
+{
     m_fileSchemas.insert(url, description);
     publish();
 }
 
 void ContextManager::storeChunks(const QUrl &url, const QStringList &chunks,
-                                 const QList<QList<double>> &vectors) {
+                                 const QList<QList<double>> &vectors)
+{
     QList<DocumentChunk> paired;
     const qsizetype count = std::min(chunks.size(), vectors.size());
     paired.reserve(count);
@@ -214,21 +246,25 @@ void ContextManager::storeChunks(const QUrl &url, const QStringList &chunks,
             .arg(m_globalChunks.size()));
 }
 
-void ContextManager::runStarted() {
+void ContextManager::runStarted()
+{
     ++m_runningRuns;
 }
 
-void ContextManager::runFinished() {
+void ContextManager::runFinished()
+{
     --m_runningRuns;
     checkIdle();
 }
 
-void ContextManager::checkIdle() {
+void ContextManager::checkIdle()
+{
     if (isIdle())
         emit becameIdle();
 }
 
-void ContextManager::publish() {
+void ContextManager::publish()
+{
     auto next = std::make_shared<KnowledgeSnapshot>();
     next->trackedFiles = m_trackedFiles;
     next->chunkSourceMap = m_chunkSourceMap;

@@ -16,8 +16,11 @@ class RunGuard {
 public:
     explicit RunGuard(ContextManager *manager, void (ContextManager::*finished)())
         : m_manager(manager)
-        , m_finished(finished) {}
-    ~RunGuard() {
+        , m_finished(finished)
+    {
+    }
+    ~RunGuard()
+    {
         if (m_manager)
             (m_manager.data()->*m_finished)();
     }
@@ -29,7 +32,8 @@ private:
     void (ContextManager::*m_finished)();
 };
 
-QString extractAndReport(const QString &path, const QString &name) {
+QString extractAndReport(const QString &path, const QString &name)
+{
     QString text = TextExtraction::forKnowledge(path).value_or(QString());
     if (!text.isEmpty()) {
         ContextManager::log(
@@ -41,8 +45,8 @@ QString extractAndReport(const QString &path, const QString &name) {
 
 } // namespace
 
-QCoro::Task<> ProcessingRun::run(QPointer<ContextManager> manager, QUrl url) {
-    manager->runStarted();
+QCoro::Task<> ProcessingRun::run(QPointer<ContextManager> manager, QUrl url)
+{
     RunGuard guard(manager, &ContextManager::runFinished);
     const std::shared_ptr<const InfomaniakAPI> api = manager->apiPtr();
     const QString name = url.fileName();

@@ -16,5 +16,6 @@ public:
     static constexpr int BatchSize = 50;
     static inline const QString EmbeddingModel = QStringLiteral("bge_multilingual_gemma2");
 
+    // The knowledge base counted the run when it was asked for; the run reports its end.
     static QCoro::Task<> run(QPointer<ContextManager> manager, QUrl url);
 };

@@ -13,7 +13,8 @@ using namespace KnowledgeTest;
 
 namespace {
 // Watches held by this process's inotify instances, as the kernel reports them.
-int inotifyWatches() {
+int inotifyWatches()
+{
     int count = 0;
     const QDir fdinfo(QStringLiteral("/proc/self/fdinfo"));
     for (const QString &entry : fdinfo.entryList(QDir::Files)) {
@@ -25,7 +26,8 @@ int inotifyWatches() {
 }
 
 // How editors that save atomically do it: a new file renamed over the old one.
-void replaceByRename(const QString &path, const QByteArray &content) {
+void replaceByRename(const QString &path, const QByteArray &content)
+{
     writeFile(path + QStringLiteral(".tmp"), content);
     QFile::remove(path); // QFile::rename does not overwrite
     QFile::rename(path + QStringLiteral(".tmp"), path);
@@ -40,20 +42,23 @@ class TestFileMonitor : public QObject {
     std::shared_ptr<const InfomaniakAPI> m_api;
 
 private slots:
-    void initTestCase() {
+    void initTestCase()
+    {
         QVERIFY(m_provider.listen());
         qputenv("QUILLMOOR_API_BASE_URL", m_provider.baseUrl().toString().toUtf8());
         m_api = std::make_shared<const InfomaniakAPI>(InfomaniakAPI::fromEnvironment());
     }
 
-    void eventSetsPrintAsOptionSets() {
+    void eventSetsPrintAsOptionSets()
+    {
         QCOMPARE(FileMonitor::describe(FileMonitor::Write), QStringLiteral("FileSystemEvent(rawValue: 2)"));
         QCOMPARE(FileMonitor::describe(FileMonitor::Delete), QStringLiteral("FileSystemEvent(rawValue: 1)"));
         QCOMPARE(FileMonitor::describe(FileMonitor::Write | FileMonitor::Rename),
                  QStringLiteral("FileSystemEvent(rawValue: 34)"));
     }
 
-    void oneWatchPerFile() {
+    void oneWatchPerFile()
+    {
         const int before = inotifyWatches();
         FileMonitor monitor;
         const QUrl url = writeFile(m_dir.filePath(QStringLiteral("einmal.txt")), "x");
@@ -66,7 +71,8 @@ private slots:
         QCOMPARE(inotifyWatches(), before);
     }
 
-    void writeInPlaceReprocesses() {
+    void writeInPlaceReprocesses()
+    {
         ContextManager manager(m_api);
         const QUrl url = writeFile(m_dir.filePath(QStringLiteral("inplace.txt")), "alt");
         manager.addFile(url);
@@ -79,7 +85,8 @@ private slots:
         QCOMPARE(manager.fileTexts().value(url), QStringLiteral("neuer Inhalt"));
     }
 
-    void replacementIsFollowed() {
+    void replacementIsFollowed()
+    {
         ContextManager manager(m_api);
         const QString path = m_dir.filePath(QStringLiteral("atomar.txt"));
         const QUrl url = writeFile(path, "erste Fassung");
@@ -100,7 +107,8 @@ private slots:
         QCOMPARE(manager.fileTexts().value(url), QStringLiteral("dritte Fassung"));
     }
 
-    void deletionLeavesTheFileTracked() {
+    void deletionLeavesTheFileTracked()
+    {
         ContextManager manager(m_api);
         const QUrl url = writeFile(m_dir.filePath(QStringLiteral("weg.txt")), "bleibt im Wissen");
         manager.addFile(url);
@@ -116,7 +124,8 @@ private slots:
         QCOMPARE(manager.monitorCount(), 0);
     }
 
-    void deletedWhileProcessing() {
+    void deletedWhileProcessing()
+    {
         ContextManager manager(m_api);
         m_provider.setDefaultDelayMs(300);
         const QUrl url = writeFile(m_dir.filePath(QStringLiteral("flüchtig.csv")), csv(3));
@@ -125,14 +134,19 @@ private slots:
         QVERIFY(QFile::remove(url.toLocalFile()));
         QCoro::waitFor(manager.waitUntilIdle());
         m_provider.setDefaultDelayMs(0);
-        // The run that was under way still stores its results; the one after the deletion finds no text.
+        // The run that was under way still stores its results; the reaction to the deletion either finds no
+        // text or, when it comes while that run is still going, is dropped by the duplicate guard.
         QCOMPARE(countLog(QStringLiteral("✅ Processed: flüchtig.csv (3 chunks, 3 total)")), 1);
-        QCOMPARE(countLog(QStringLiteral("⚠️ No text extracted from flüchtig.csv")), 1);
+        QCOMPARE(
+            countLog(QStringLiteral("⚠️ No text extracted from flüchtig.csv")) +
+                countLog(QStringLiteral("⏸️ processFile skipped (already processing): flüchtig.csv")),
+            1);
         QCOMPARE(manager.globalChunks().size(), 3);
         QVERIFY(manager.processingFiles().isEmpty());
     }
 
-    void replacedFiftyTimes() {
+    void replacedFiftyTimes()
+    {
         ContextManager manager(m_api);
         const int before = inotifyWatches();
         const QString path = m_dir.filePath(QStringLiteral("hektisch.txt"));
