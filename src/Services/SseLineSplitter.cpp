@@ -1,5 +1,6 @@
 #include "SseLineSplitter.h"
 
+#include <cstring>
 #include <utility>
 
 bool SseLineSplitter::emitLine(QByteArrayView bytes, const LineHandler &onLine) {
@@ -21,9 +22,11 @@ bool SseLineSplitter::feed(QByteArrayView bytes, const LineHandler &onLine) {
             pos = 1;
     }
     while (pos < size) {
-        qsizetype end = pos;
-        while (end < size && data[end] != '\n' && data[end] != '\r')
-            ++end;
+        // memchr is vectorised: find the next LF, then look for an earlier CR in front of it.
+        const auto *lf = static_cast<const char *>(std::memchr(data + pos, '\n', size_t(size - pos)));
+        const qsizetype lfAt = lf ? lf - data : size;
+        const auto *cr = static_cast<const char *>(std::memchr(data + pos, '\r', size_t(lfAt - pos)));
+        qsizetype end = cr ? cr - data : lfAt;
         if (end == size) {
             // No line end yet: keep the bytes (unless the line has grown past any sane event).
             if (!m_overlong) {
