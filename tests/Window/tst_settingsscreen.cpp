@@ -1,0 +1,210 @@
+#include "AppSettings.h"
+#include "Core/Notifier.h"
+#include "Core/SettingsScreenState.h"
+#include "Services/ContextManager.h"
+#include "Services/KnowledgeBookmarks.h"
+#include "TestMain.h"
+#include "TestProvider.h"
+
+#include <QAbstractItemModelTester>
+#include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+
+// The settings screen's behaviour: accent colour, model help, prompt, knowledge rows, drops and clearing.
+class TestSettingsScreen : public QObject {
+    Q_OBJECT
+
+    QTemporaryDir m_dir;
+    TestProvider m_provider;
+    std::shared_ptr<const InfomaniakAPI> m_api;
+    std::unique_ptr<ContextManager> m_contextManager;
+    std::unique_ptr<AppSettings> m_settings;
+    std::unique_ptr<SettingsScreenState> m_screen;
+
+    QUrl makeFile(const QString &name)
+    {
+        const QString path = m_dir.filePath(name);
+        QFile file(path);
+        file.open(QIODevice::WriteOnly);
+        file.write("Inhalt der Datei " + name.toUtf8());
+        return QUrl::fromLocalFile(path);
+    }
+
+    QStringList rowNames() const
+    {
+        QStringList names;
+        for (const auto &row : m_screen->knowledgeRows()->rows())
+            names.append(row.url.fileName());
+        return names;
+    }
+
+    int storedCount() const
+    {
+        return int(KnowledgeBookmarks::decodeList(m_settings->knowledgeBookmarksData()).size());
+    }
+
+private slots:
+    void initTestCase()
+    {
+        QVERIFY(m_provider.listen());
+        qputenv("QUILLMOOR_API_BASE_URL", m_provider.baseUrl().toString().toUtf8());
+        m_api = std::make_shared<const InfomaniakAPI>(InfomaniakAPI::fromEnvironment());
+    }
+
+    void init()
+    {
+        m_screen.reset();
+        m_contextManager.reset();
+        m_settings = std::make_unique<AppSettings>();
+        m_settings->setKnowledgeBookmarksData({});
+        m_settings->setAccentColorIndex(0);
+        m_contextManager = std::make_unique<ContextManager>(m_api);
+        m_screen = std::make_unique<SettingsScreenState>(*m_settings, *m_contextManager);
+        new QAbstractItemModelTester(m_screen->knowledgeRows(),
+                                     QAbstractItemModelTester::FailureReportingMode::QtTest, m_screen.get());
+    }
+
+    void cleanup()
+    {
+        if (m_contextManager)
+            QTRY_VERIFY(m_contextManager->isIdle());
+    }
+
+    void accentColourChoiceIsStored()
+    {
+        QSignalSpy changed(m_settings.get(), &AppSettings::accentColorIndexChanged);
+        m_screen->chooseAccentColor(3);
+        QCOMPARE(changed.size(), 1);
+        QCOMPARE(m_settings->accentColorIndex(), 3);
+        QCOMPARE(AppSettings().accentColorIndex(), 3); // survives a restart
+        QCOMPARE(m_settings->accentColor(), AppSettings::accentColors().at(3));
+    }
+
+    void modelHelpText_data()
+    {
+        QTest::addColumn<QString>("model");
+        QTest::addColumn<QString>("help");
+        QTest::addRow("apertus")
+            << "swiss-ai/Apertus-70B-Instruct-2509"
+            << "Herkunft: 🇨🇭 Schweiz\nFähigkeiten: Exzellent in Deutsch, logisches Denken, "
+               "Swiss-Optimized.\nKontext: Datenschutzkonform 🛡️, Schweizer Server 🇨🇭, "
+               "Enterprise-Grade.";
+        QTest::addRow("qwen3")
+            << "qwen3"
+            << "Herkunft: 🇨🇳 China (Alibaba)\nFähigkeiten: Hervorragende Bilderkennung "
+               "(Vision), sehr schnell.\nKontext: Datenschutzkonform 🛡️. Gehostet in der "
+               "Schweiz 🇨🇭. Open Weights.";
+        QTest::addRow("outside the catalogue") << "llama-local" << QString();
+    }
+    void modelHelpText()
+    {
+        QFETCH(QString, model);
+        QFETCH(QString, help);
+        QCOMPARE(SettingsScreenState::modelHelpText(model), help);
+    }
+
+    void modelAndPromptAreWrittenThrough()
+    {
+        m_screen->chooseModel(QStringLiteral("mistral3"));
+        QCOMPARE(AppSettings().selectedModel(), QStringLiteral("mistral3"));
+        m_screen->setMasterPrompt(QStringLiteral("Sei knapp."));
+        QCOMPARE(AppSettings().masterPrompt(), QStringLiteral("Sei knapp."));
+        m_screen->setMasterPrompt(QString());
+        QCOMPARE(AppSettings().masterPrompt(), QString());
+    }
+
+    void noBookmarksShowNoRows() { QCOMPARE(m_screen->knowledgeRows()->rowCount(), 0); }
+
+    void droppingThreeFilesAddsThreeRowsInOrder()
+    {
+        QSignalSpy tracked(m_contextManager.get(), &ContextManager::trackedFilesChanged);
+        const QList<QUrl> files{makeFile(QStringLiteral("a.txt")), makeFile(QStringLiteral("b.txt")),
+                                makeFile(QStringLiteral("c.txt"))};
+        QVERIFY(m_screen->dropFiles(files));
+        // Accepted before anything was stored.
+        QCOMPARE(storedCount(), 0);
+        QTRY_COMPARE(storedCount(), 3);
+        QCOMPARE(rowNames(), QStringList({"a.txt", "b.txt", "c.txt"}));
+        QCOMPARE(m_contextManager->trackedFiles(), files);
+    }
+
+    void droppingAKnownFileChangesNothing()
+    {
+        const QUrl file = makeFile(QStringLiteral("known.txt"));
+        QVERIFY(m_screen->dropFiles({file}));
+        QTRY_COMPARE(storedCount(), 1);
+        QVERIFY(m_screen->dropFiles({file}));
+        QCoreApplication::processEvents();
+        QCoreApplication::processEvents();
+        QCOMPARE(storedCount(), 1);
+        QCOMPARE(m_contextManager->trackedFiles().size(), 1);
+        QCOMPARE(m_screen->knowledgeRows()->rowCount(), 1);
+    }
+
+    void dropsWithoutFilesAreRefused()
+    {
+        QVERIFY(!m_screen->dropFiles({}));
+        QVERIFY(!m_screen->dropFiles({QUrl(QStringLiteral("https://example.org/a.pdf"))}));
+    }
+
+    void removingTheFirstRowReindexesTheRest()
+    {
+        const QUrl first = makeFile(QStringLiteral("eins.txt"));
+        const QUrl second = makeFile(QStringLiteral("zwei.txt"));
+        QVERIFY(m_screen->dropFiles({first, second}));
+        QTRY_COMPARE(storedCount(), 2);
+        m_screen->removeKnowledgeRow(0);
+        QCOMPARE(rowNames(), QStringList({"zwei.txt"}));
+        QCOMPARE(m_screen->knowledgeRows()->rows().first().bookmarkIndex, 0);
+        QCOMPARE(m_contextManager->trackedFiles(), QList<QUrl>({second}));
+        m_screen->removeKnowledgeRow(0);
+        QCOMPARE(storedCount(), 0);
+        QCOMPARE(m_screen->knowledgeRows()->rowCount(), 0);
+        m_screen->removeKnowledgeRow(0); // no such row
+    }
+
+    void unresolvableBookmarksHaveNoRowButKeepTheirIndex()
+    {
+        const QUrl kept = makeFile(QStringLiteral("bleibt.txt"));
+        // A bookmark made on another computer no longer resolves here.
+        QJsonObject foreign =
+            QJsonDocument::fromJson(std::get<QByteArray>(KnowledgeBookmarks::create(makeFile("weg.txt"))))
+                .object();
+        foreign.insert(QStringLiteral("machine"), QStringLiteral("another-computer"));
+        const QList<QByteArray> bookmarks{QJsonDocument(foreign).toJson(QJsonDocument::Compact),
+                                          std::get<QByteArray>(KnowledgeBookmarks::create(kept))};
+        m_settings->setKnowledgeBookmarksData(KnowledgeBookmarks::encodeList(bookmarks));
+        QCOMPARE(rowNames(), QStringList({"bleibt.txt"}));
+        QCOMPARE(m_screen->knowledgeRows()->rows().first().bookmarkIndex, 1);
+        const QModelIndex row = m_screen->knowledgeRows()->index(0);
+        QCOMPARE(row.data(KnowledgeRowsModel::NameRole).toString(), QStringLiteral("bleibt.txt"));
+        QCOMPARE(row.data(KnowledgeRowsModel::UrlRole).toUrl(), kept);
+
+        m_screen->removeKnowledgeRow(0);
+        // Exactly element 1 went; the stale first entry stays until the next start-up.
+        QCOMPARE(KnowledgeBookmarks::decodeList(m_settings->knowledgeBookmarksData()),
+                 QList<QByteArray>({bookmarks.first()}));
+        QCOMPARE(m_screen->knowledgeRows()->rowCount(), 0);
+    }
+
+    void clearChatPostsTheNotification()
+    {
+        QSignalSpy posted(&Notifier::instance(), &Notifier::posted);
+        m_screen->clearChat();
+        QCOMPARE(posted.size(), 1);
+        QCOMPARE(posted.first().first().toString(), QStringLiteral("clearChatMemory"));
+    }
+
+    void cleanupTestCase()
+    {
+        m_screen.reset();
+        m_contextManager.reset();
+    }
+};
+
+QUILLMOOR_TEST_MAIN(TestSettingsScreen)
+
+#include "tst_settingsscreen.moc"
