@@ -183,6 +183,16 @@ private slots:
         QVERIFY(silent.error);
         QCOMPARE(silent.error->domain, QStringLiteral("QNetworkReply"));
 
+        // The response head, then nothing at all.
+        Response headsOnly;
+        headsOnly.stallAfterHeads = true;
+        provider.enqueueChat(headsOnly);
+        ConsoleCapture headsConsole;
+        const CollectedStream mute = readAll(ask(apiFor(provider, 400)));
+        QVERIFY(mute.pieces.isEmpty());
+        QVERIFY(mute.error);
+        QVERIFY(headsConsole.contains(QStringLiteral("Stream: Response received. Status: 200")));
+
         // A server that never answers at all.
         Response never;
         never.neverAnswer = true;
