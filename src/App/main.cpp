@@ -1,58 +1,30 @@
-#include "AppSettings.h"
-#include "AttachmentImageProvider.h"
-#include "Chat/ChatSession.h"
-#include "IconImageProvider.h"
-#include "Services/ContextManager.h"
-#include "Services/InfomaniakAPI.h"
+#include "AppDelegate.h"
 
 #include <QGuiApplication>
-#include <QLoggingCategory>
-#include <QQmlApplicationEngine>
-#include <QQmlExtensionPlugin>
 #include <QQuickStyle>
-#include <QQuickWindow>
-
-#include <memory>
-
-Q_IMPORT_QML_PLUGIN(QuillmoorPlugin)
-
-Q_LOGGING_CATEGORY(lcApp, "quillmoor.app")
 
 namespace {
 
-// Receives the logo's request; mini mode arrives with the window shell, until then it is only logged.
-class MiniModeSwitch : public QObject {
-    Q_OBJECT
-public slots:
-    void minimize() { qCInfo(lcApp) << "mini mode requested"; }
-};
+// Window positions are the shell's business (mini mode, snapping), and a Wayland client may not place its
+// windows, so on a Wayland session the app runs through XWayland unless the user chose a platform.
+void preferXWayland()
+{
+    if (qEnvironmentVariableIsSet("WAYLAND_DISPLAY") && !qEnvironmentVariableIsSet("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "xcb");
+}
 
 } // namespace
 
-int main(int argc, char *argv[]) {
+int main(int argc, char *argv[])
+{
+    preferXWayland();
     QGuiApplication app(argc, argv);
     QGuiApplication::setApplicationName(QStringLiteral("Quillmoor"));
+    QGuiApplication::setApplicationVersion(QStringLiteral(QUILLMOOR_VERSION));
+    QGuiApplication::setDesktopFileName(QStringLiteral("quillmoor"));
     QQuickStyle::setStyle(QStringLiteral("Basic"));
 
-    auto api = std::make_shared<const InfomaniakAPI>(InfomaniakAPI::fromEnvironment());
-    AppSettings settings;
-    ContextManager contextManager(api);
-    ChatSession session(contextManager, settings);
-
-    QQmlApplicationEngine engine;
-    engine.addImportPath(QStringLiteral("qrc:/qt/qml"));
-    engine.addImageProvider(AttachmentImageProvider::Name, new AttachmentImageProvider(&session));
-    engine.addImageProvider(IconImageProvider::Name, new IconImageProvider);
-    engine.setInitialProperties({{QStringLiteral("session"), QVariant::fromValue(&session)},
-                                 {QStringLiteral("settings"), QVariant::fromValue(&settings)}});
-    engine.load(QUrl(QStringLiteral("qrc:/qt/qml/Quillmoor/Main.qml")));
-    if (engine.rootObjects().isEmpty())
-        return 1;
-
-    MiniModeSwitch miniMode;
-    QObject::connect(engine.rootObjects().constFirst(), SIGNAL(minimizeRequested()), &miniMode,
-                     SLOT(minimize()));
+    AppDelegate delegate;
+    delegate.applicationDidFinishLaunching();
     return app.exec();
 }
-
-#include "main.moc"

@@ -1,0 +1,46 @@
+import QtQuick
+import QtQuick.Controls
+import Quillmoor
+
+// The chat window's content: the chat screen on glass, the application menu on a right click and its
+// keyboard shortcut.
+GlassFrame {
+    id: root
+
+    required property ChatSession session
+    required property AppSettings settings
+    signal minimizeRequested()
+    signal settingsRequested()
+    signal aboutRequested()
+
+    ChatView {
+        anchors.fill: parent
+        session: root.session
+        settings: root.settings
+        onMinimizeRequested: root.minimizeRequested()
+    }
+
+    TapHandler {
+        acceptedButtons: Qt.RightButton
+        onTapped: (point) => appMenu.popup(point.position.x, point.position.y)
+    }
+
+    Shortcut {
+        sequence: "Ctrl+,"
+        context: Qt.ApplicationShortcut
+        onActivated: root.settingsRequested()
+    }
+
+    Menu {
+        id: appMenu
+        objectName: "appMenu"
+        MenuItem {
+            text: "Einstellungen..."
+            onTriggered: root.settingsRequested()
+        }
+        MenuItem {
+            text: "Über Quillmoor"
+            onTriggered: root.aboutRequested()
+        }
+    }
+}
