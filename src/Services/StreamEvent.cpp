@@ -6,22 +6,32 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
+#include <optional>
+
 namespace {
 
 constexpr QByteArrayView Prefix("data: ");
 constexpr QByteArrayView DoneMarker("[DONE]");
 
+// The part of the line after "data: ", or nothing when the line is no data line.
+std::optional<QByteArrayView> dataOf(QByteArrayView line)
+{
+    if (!line.startsWith(Prefix))
+        return std::nullopt;
+    return line.sliced(Prefix.size());
+}
+
 } // namespace
 
 StreamEvent StreamEvent::parse(QByteArrayView line)
 {
-    if (!line.startsWith(Prefix))
+    const std::optional<QByteArrayView> data = dataOf(line);
+    if (!data)
         return {};
-    const QByteArrayView rest = line.sliced(Prefix.size());
-    if (rest == DoneMarker)
+    if (*data == DoneMarker)
         return {Kind::Done, {}};
     // Most events are plain, well-formed JSON: a single pass finds the piece without building a document.
-    const JsonDeltaScanner::Result scanned = JsonDeltaScanner::scan(rest);
+    const JsonDeltaScanner::Result scanned = JsonDeltaScanner::scan(*data);
     switch (scanned.outcome) {
     case JsonDeltaScanner::Outcome::Content: return {Kind::Piece, scanned.content};
     case JsonDeltaScanner::Outcome::NoContent: return {};
@@ -32,14 +42,14 @@ StreamEvent StreamEvent::parse(QByteArrayView line)
 
 StreamEvent StreamEvent::parseWithDocument(QByteArrayView line)
 {
-    if (!line.startsWith(Prefix))
+    const std::optional<QByteArrayView> data = dataOf(line);
+    if (!data)
         return {};
-    const QByteArrayView rest = line.sliced(Prefix.size());
-    if (rest == DoneMarker)
+    if (*data == DoneMarker)
         return {Kind::Done, {}};
 
     // The line is read as text first, so bytes that are not UTF-8 become replacement characters.
-    const QJsonDocument document = QJsonDocument::fromJson(QString::fromUtf8(rest).toUtf8());
+    const QJsonDocument document = QJsonDocument::fromJson(QString::fromUtf8(*data).toUtf8());
     if (!document.isObject())
         return {};
     const QJsonValue choicesValue = document.object().value(QLatin1String("choices"));

@@ -23,14 +23,6 @@ QString writePicture(const QString &name) {
     return path;
 }
 
-QString writeFile(const QString &name, const QByteArray &bytes) {
-    const QString path = TestEnvironment::home().filePath(name);
-    QFile file(path);
-    file.open(QIODevice::WriteOnly);
-    file.write(bytes);
-    return path;
-}
-
 // One app's worth of objects talking to a loopback provider.
 struct Fixture {
     TestProvider provider;
@@ -201,7 +193,7 @@ private slots:
 
         // Documents alone go to any model; pictures go to a model that sees, or one outside the catalogue.
         f.provider.enqueueChat(Response::sse({QStringLiteral("ok")}));
-        f.attach(writeFile(QStringLiteral("notiz.txt"), "Notiz"));
+        f.attach(TestEnvironment::writeFile(QStringLiteral("notiz.txt"), "Notiz"));
         f.send(QString());
         QVERIFY(f.waitForTurn());
         QCOMPARE(f.messages()[2].text(), QString());
@@ -228,12 +220,12 @@ private slots:
         const QDir home(TestEnvironment::home().path());
         home.mkpath(QStringLiteral("Ordner"));
         const QStringList files{writePicture(QStringLiteral("Foto.PNG")),
-                                writeFile(QStringLiteral("bild.png"), "not a picture"),
-                                writeFile(QStringLiteral("scan.heic"), "heic"),
-                                writeFile(QStringLiteral("anim.gif"), "GIF89a"),
-                                writeFile(QStringLiteral("Bericht.pdf"), "%PDF"),
+                                TestEnvironment::writeFile(QStringLiteral("bild.png"), "not a picture"),
+                                TestEnvironment::writeFile(QStringLiteral("scan.heic"), "heic"),
+                                TestEnvironment::writeFile(QStringLiteral("anim.gif"), "GIF89a"),
+                                TestEnvironment::writeFile(QStringLiteral("Bericht.pdf"), "%PDF"),
                                 home.filePath(QStringLiteral("Ordner")),
-                                writeFile(QStringLiteral("Bericht.pdf"), "%PDF")};
+                                TestEnvironment::writeFile(QStringLiteral("Bericht.pdf"), "%PDF")};
         for (const QString &file : files)
             f.attach(file);
         const QList<Attachment> pending = f.session->pendingAttachments()->list();

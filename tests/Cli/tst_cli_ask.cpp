@@ -39,14 +39,6 @@ Run runCli(const TestProvider &provider, const QStringList &args) {
     return run;
 }
 
-QString writeFile(const QString &name, const QByteArray &bytes) {
-    const QString path = TestEnvironment::home().filePath(name);
-    QFile file(path);
-    file.open(QIODevice::WriteOnly);
-    file.write(bytes);
-    return path;
-}
-
 } // namespace
 
 class TestCliAsk : public QObject {
@@ -85,9 +77,9 @@ private slots:
         QTest::addRow("unknown option") << QStringList{"--frobnicate", "a"};
         QTest::addRow("option without value") << QStringList{"a", "--model"};
         QTest::addRow("missing attachment") << QStringList{"--attach", "/nonexistent/x.png", "a"};
-        QTest::addRow("history not json") << QStringList{"--history", writeFile("h.json", "{nope"), "a"};
+        QTest::addRow("history not json") << QStringList{"--history", TestEnvironment::writeFile("h.json", "{nope"), "a"};
         QTest::addRow("history wrong shape")
-            << QStringList{"--history", writeFile("h2.json", "[{\"role\":1}]"), "a"};
+            << QStringList{"--history", TestEnvironment::writeFile("h2.json", "[{\"role\":1}]"), "a"};
     }
     void usageErrors() {
         QFETCH(QStringList, args);
@@ -103,7 +95,7 @@ private slots:
         TestProvider provider;
         QVERIFY(provider.listen());
         const QString history =
-            writeFile(QStringLiteral("history.json"),
+            TestEnvironment::writeFile(QStringLiteral("history.json"),
                       R"([{"role":"user","content":"Erste"},{"role":"assistant","content":"Antwort"}])");
         const Run run = runCli(provider, {QStringLiteral("--model"), QStringLiteral("qwen3"),
                                           QStringLiteral("--prompt"), QStringLiteral("Kurz."),
@@ -142,7 +134,7 @@ private slots:
         QVERIFY(provider.requests().isEmpty());
 
         // With knowledge, the file is processed first and the turn carries it.
-        const QString notes = writeFile(QStringLiteral("Preisliste.txt"), "Der Kaffee kostet 4 Franken.");
+        const QString notes = TestEnvironment::writeFile(QStringLiteral("Preisliste.txt"), "Der Kaffee kostet 4 Franken.");
         const Run grounded =
             runCli(provider,
                    {QStringLiteral("--knowledge"), notes, QStringLiteral("--model"), QStringLiteral("qwen3"),

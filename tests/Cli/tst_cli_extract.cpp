@@ -7,7 +7,6 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
-#include <QTemporaryDir>
 
 namespace {
 
@@ -33,15 +32,6 @@ Run run(const QStringList &args) {
 
 class TestCliExtract : public QObject {
     Q_OBJECT
-    QTemporaryDir m_dir;
-
-    QString write(const QString &name, const QByteArray &bytes) {
-        QFile file(m_dir.filePath(name));
-        if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
-            return {};
-        file.write(bytes);
-        return file.fileName();
-    }
 
 private slots:
     void extractPrintsOnlyTheText_data() {
@@ -66,7 +56,7 @@ private slots:
         QFETCH(QByteArray, bytes);
         QFETCH(int, exitCode);
         QFETCH(QByteArray, out);
-        const QString file = write(QStringLiteral("notiz.txt"), bytes);
+        const QString file = TestEnvironment::writeFile(QStringLiteral("notiz.txt"), bytes);
         const Run result = run(QStringList{QStringLiteral("extract")} + options + QStringList{file});
         QCOMPARE(result.exitCode, exitCode);
         QCOMPARE(result.out, out);
@@ -100,11 +90,11 @@ private slots:
                                        << QStringList{QStringLiteral("[5&amp;4] 1: \"&amp;&lt;&gt;")}
                                        << QStringLiteral("Tabelle [5&amp;4] mit Spalten: 1");
         QTest::addRow("running text")
-            << write(QStringLiteral("Bericht 2024.final.md"), "Eins zwei.\n\nDrei/vier.\n")
+            << TestEnvironment::writeFile(QStringLiteral("Bericht 2024.final.md"), "Eins zwei.\n\nDrei/vier.\n")
             << QStringList{QStringLiteral("[Bericht 2024.final] Eins zwei.\nDrei/vier.")}
             << QStringLiteral("1 Abschnitte. Beginn: Eins zwei. Drei/vier....");
         QTest::addRow("nothing extracted")
-            << write(QStringLiteral("alt.txt"), "\xff\xfe") << QStringList{} << QString();
+            << TestEnvironment::writeFile(QStringLiteral("alt.txt"), "\xff\xfe") << QStringList{} << QString();
     }
     void chunksPrintsOneJsonObject() {
         QFETCH(QString, file);

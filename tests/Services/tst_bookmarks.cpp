@@ -2,6 +2,7 @@
 #include "Core/Console.h"
 #include "Services/ContextManager.h"
 #include "Services/KnowledgeBookmarks.h"
+#include "ConsoleCapture.h"
 #include "TestMain.h"
 #include "TestProvider.h"
 
@@ -17,28 +18,6 @@
 #include <cstdio>
 
 namespace {
-
-class ConsoleCapture {
-public:
-    ConsoleCapture() {
-        m_file.open();
-        m_stream = std::fopen(QFile::encodeName(m_file.fileName()).constData(), "w");
-        Console::setStream(m_stream);
-    }
-    ~ConsoleCapture() {
-        Console::setStream(nullptr);
-        std::fclose(m_stream);
-    }
-    QStringList lines() {
-        QFile file(m_file.fileName());
-        file.open(QIODevice::ReadOnly);
-        return QString::fromUtf8(file.readAll()).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
-    }
-
-private:
-    QTemporaryFile m_file;
-    FILE *m_stream = nullptr;
-};
 
 // A bookmark as another computer would have made it for the same path.
 QByteArray foreignBookmark(const QByteArray &own) {

@@ -10,14 +10,6 @@
 
 namespace {
 
-QString writeFile(const QString &name, const QByteArray &bytes) {
-    const QString path = TestEnvironment::home().filePath(name);
-    QFile file(path);
-    file.open(QIODevice::WriteOnly);
-    file.write(bytes);
-    return path;
-}
-
 Attachment document(const QString &path) {
     return Attachment(AttachmentType::document(QUrl::fromLocalFile(path), QFileInfo(path).fileName()));
 }
@@ -125,11 +117,11 @@ private slots:
 
     void documentsBecomeTextBlocks() {
         Turn turn;
-        const QString notes = writeFile(QStringLiteral("notes.md"), "# Notizen\nZeile mit Umlaut: ä");
-        const QString empty = writeFile(QStringLiteral("leer.txt"), "");
-        const QString latin1 = writeFile(QStringLiteral("alt.txt"), "Gr\xfc\xdf"
+        const QString notes = TestEnvironment::writeFile(QStringLiteral("notes.md"), "# Notizen\nZeile mit Umlaut: ä");
+        const QString empty = TestEnvironment::writeFile(QStringLiteral("leer.txt"), "");
+        const QString latin1 = TestEnvironment::writeFile(QStringLiteral("alt.txt"), "Gr\xfc\xdf"
                                                                     "e");
-        const QString csv = writeFile(QStringLiteral("daten.csv"), "a,b\n1,2\n");
+        const QString csv = TestEnvironment::writeFile(QStringLiteral("daten.csv"), "a,b\n1,2\n");
         const QJsonValue content = userContent(
             turn.send(QString(), {document(notes), document(empty), document(latin1), document(csv)}));
         QVERIFY(content.isString());
@@ -143,7 +135,7 @@ private slots:
         QString flags;
         for (int i = 0; i < 30001; ++i)
             flags += QStringLiteral("🇨🇭");
-        const QString longFile = writeFile(QStringLiteral("lang.txt"), flags.toUtf8());
+        const QString longFile = TestEnvironment::writeFile(QStringLiteral("lang.txt"), flags.toUtf8());
         const QString cut = userContent(turn.send(QString(), {document(longFile)})).toString();
         const QString note =
             QStringLiteral("\n\n[... Text wurde gekürzt, da das Dokument zu lang für den Kontext ist ...]");
@@ -153,7 +145,7 @@ private slots:
 
     void picturesBecomeJpegParts() {
         Turn turn;
-        const QString notes = writeFile(QStringLiteral("n.txt"), "Text");
+        const QString notes = TestEnvironment::writeFile(QStringLiteral("n.txt"), "Text");
         const QJsonValue content =
             userContent(turn.send(QStringLiteral("Was ist das?"), {picture(64, 48), document(notes)}));
         QVERIFY(content.isArray());

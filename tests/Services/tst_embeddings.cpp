@@ -1,6 +1,7 @@
 #include "Core/Console.h"
 #include "Services/EmbeddingResponse.h"
 #include "Services/InfomaniakAPI.h"
+#include "ConsoleCapture.h"
 #include "TestMain.h"
 #include "TestProvider.h"
 
@@ -12,29 +13,6 @@
 #include <qcoro/qcorotask.h>
 
 #include <cstdio>
-
-// Captures the console lines written while it lives.
-class ConsoleCapture {
-public:
-    ConsoleCapture() {
-        m_file.open();
-        m_stream = std::fopen(QFile::encodeName(m_file.fileName()).constData(), "w");
-        Console::setStream(m_stream);
-    }
-    ~ConsoleCapture() {
-        Console::setStream(nullptr);
-        std::fclose(m_stream);
-    }
-    QString text() {
-        QFile file(m_file.fileName());
-        file.open(QIODevice::ReadOnly);
-        return QString::fromUtf8(file.readAll());
-    }
-
-private:
-    QTemporaryFile m_file;
-    FILE *m_stream = nullptr;
-};
 
 class TestEmbeddings : public QObject {
     Q_OBJECT

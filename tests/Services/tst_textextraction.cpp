@@ -16,14 +16,6 @@ class TestTextExtraction : public QObject {
     Q_OBJECT
     QTemporaryDir m_dir;
 
-    QString write(const QString &name, const QByteArray &bytes) {
-        QFile file(m_dir.filePath(name));
-        if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
-            return {};
-        file.write(bytes);
-        return file.fileName();
-    }
-
 private slots:
     void textPathReadsStrictUtf8_data() {
         QTest::addColumn<QString>("name");
@@ -42,7 +34,7 @@ private slots:
         QFETCH(QString, name);
         QFETCH(QByteArray, bytes);
         QFETCH(bool, readable);
-        const QString path = write(name, bytes);
+        const QString path = TestEnvironment::writeFile(name, bytes);
         ConsoleCapture console;
         const auto knowledge = TextExtraction::forKnowledge(path);
         const auto attachment = TextExtraction::forAttachment(path);
@@ -57,7 +49,7 @@ private slots:
     }
 
     void emptyFileDiffersBetweenPaths() {
-        const QString path = write(QStringLiteral("leer.txt"), QByteArray());
+        const QString path = TestEnvironment::writeFile(QStringLiteral("leer.txt"), QByteArray());
         const auto knowledge = TextExtraction::forKnowledge(path);
         QVERIFY(knowledge.has_value());
         QVERIFY(knowledge->isEmpty());
@@ -78,13 +70,13 @@ private slots:
         QFile pdf(TestEnvironment::fixture(QStringLiteral("pdf/broken_no_xref_table.pdf")));
         QVERIFY(pdf.open(QIODevice::ReadOnly));
         const QByteArray bytes = pdf.readAll();
-        QCOMPARE(TextExtraction::forKnowledge(write(QStringLiteral("Report.PDF"), bytes)).value_or(QString()),
+        QCOMPARE(TextExtraction::forKnowledge(TestEnvironment::writeFile(QStringLiteral("Report.PDF"), bytes)).value_or(QString()),
                  QStringLiteral("test example\n\n"));
-        QCOMPARE(TextExtraction::forKnowledge(write(QStringLiteral("report.txt"), bytes)),
+        QCOMPARE(TextExtraction::forKnowledge(TestEnvironment::writeFile(QStringLiteral("report.txt"), bytes)),
                  QString::fromUtf8(bytes));
         QFile xlsx(TestEnvironment::fixture(QStringLiteral("xlsx/google_sheets_comments.xlsx")));
         QVERIFY(xlsx.open(QIODevice::ReadOnly));
-        QCOMPARE(TextExtraction::forAttachment(write(QStringLiteral("Preise.XLSX"), xlsx.readAll()))
+        QCOMPARE(TextExtraction::forAttachment(TestEnvironment::writeFile(QStringLiteral("Preise.XLSX"), xlsx.readAll()))
                      .value_or(QString()),
                  QStringLiteral("[TABELLE: Sheet1]\nThis is a cell.\n\n"));
     }
@@ -105,7 +97,7 @@ private slots:
     void attachmentIsCutAtThirtyThousandCharacters() {
         QFETCH(QString, text);
         QFETCH(QString, expected);
-        const QString path = write(QStringLiteral("lang.txt"), text.toUtf8());
+        const QString path = TestEnvironment::writeFile(QStringLiteral("lang.txt"), text.toUtf8());
         QCOMPARE(TextExtraction::forAttachment(path).value_or(QString()), expected);
         QCOMPARE(TextExtraction::forKnowledge(path).value_or(QString()), text);
     }

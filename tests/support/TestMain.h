@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QDir>
+#include <QFile>
 #include <QGuiApplication>
 #include <QTemporaryDir>
 #include <QTest>
@@ -26,6 +27,16 @@ inline void isolate() {
     qputenv("QT_QPA_PLATFORM", "offscreen");
     qunsetenv("QUILLMOOR_API_BASE_URL");
     qunsetenv("QUILLMOOR_API_KEY");
+}
+
+// Writes a file of the test's own into its home and returns the path ("" when it cannot be written).
+inline QString writeFile(const QString &name, const QByteArray &bytes)
+{
+    QFile file(home().filePath(name));
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
+        return {};
+    file.write(bytes);
+    return file.fileName();
 }
 
 inline QString fixture(const QString &relative) {
