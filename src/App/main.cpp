@@ -1,7 +1,11 @@
 #include "AppDelegate.h"
+#include "Window/FloatingWindow.h"
 
 #include <QGuiApplication>
+#include <QLoggingCategory>
 #include <QQuickStyle>
+
+Q_LOGGING_CATEGORY(lcApp, "quillmoor.app", QtWarningMsg)
 
 namespace {
 
@@ -26,5 +30,9 @@ int main(int argc, char *argv[])
 
     AppDelegate delegate;
     delegate.applicationDidFinishLaunching();
+    // For start-up measurements (QT_LOGGING_RULES="quillmoor.app.info=true").
+    QObject::connect(
+        delegate.floatingWindow(), &QQuickWindow::frameSwapped, &app, [] { qCInfo(lcApp, "first frame"); },
+        Qt::SingleShotConnection);
     return app.exec();
 }
