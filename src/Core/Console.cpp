@@ -8,7 +8,10 @@ std::atomic<FILE *> g_stream{nullptr};
 std::mutex g_mutex;
 } // namespace
 
-void Console::setStream(FILE *s) {
+void Console::setStream(FILE *s)
+{
+    // Under the write lock, so a stream being replaced is never in the middle of a write.
+    std::lock_guard lock(g_mutex);
     g_stream.store(s);
 }
 
