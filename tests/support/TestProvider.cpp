@@ -14,7 +14,8 @@
 
 namespace {
 
-QByteArray reasonPhrase(int status) {
+QByteArray reasonPhrase(int status)
+{
     switch (status) {
     case 200:
         return "OK";
@@ -35,7 +36,8 @@ QByteArray reasonPhrase(int status) {
     }
 }
 
-QByteArray sseEvent(const QString &content) {
+QByteArray sseEvent(const QString &content)
+{
     QJsonObject delta{{QStringLiteral("content"), content}};
     QJsonObject choice{{QStringLiteral("index"), 0}, {QStringLiteral("delta"), delta}};
     QJsonObject event{{QStringLiteral("object"), QStringLiteral("chat.completion.chunk")},
@@ -45,7 +47,8 @@ QByteArray sseEvent(const QString &content) {
 
 } // namespace
 
-TestProvider::Response TestProvider::Response::sse(const QStringList &contents, bool done, int delayMs) {
+TestProvider::Response TestProvider::Response::sse(const QStringList &contents, bool done, int delayMs)
+{
     Response r;
     for (const QString &c : contents)
         r.pieces.append({sseEvent(c), delayMs});
@@ -54,12 +57,14 @@ TestProvider::Response TestProvider::Response::sse(const QStringList &contents, 
     return r;
 }
 
-TestProvider::Response TestProvider::Response::json(int status, const QByteArray &body) {
+TestProvider::Response TestProvider::Response::json(int status, const QByteArray &body)
+{
     return text(status, body, "application/json");
 }
 
 TestProvider::Response TestProvider::Response::text(int status, const QByteArray &body,
-                                                    const QByteArray &contentType) {
+                                                    const QByteArray &contentType)
+{
     Response r;
     r.status = status;
     r.contentType = contentType;
@@ -68,35 +73,42 @@ TestProvider::Response TestProvider::Response::text(int status, const QByteArray
     return r;
 }
 
-QJsonObject TestProvider::Request::json() const {
+QJsonObject TestProvider::Request::json() const
+{
     return QJsonDocument::fromJson(body).object();
 }
 
 TestProvider::TestProvider(QObject *parent)
     : QObject(parent)
-    , m_server(new QTcpServer(this)) {
+    , m_server(new QTcpServer(this))
+{
     connect(m_server, &QTcpServer::newConnection, this, &TestProvider::onNewConnection);
 }
 
 TestProvider::~TestProvider() = default;
 
-bool TestProvider::listen(const QHostAddress &address, quint16 port) {
+bool TestProvider::listen(const QHostAddress &address, quint16 port)
+{
     return m_server->listen(address, port);
 }
 
-quint16 TestProvider::port() const {
+quint16 TestProvider::port() const
+{
     return m_server->serverPort();
 }
 
-QUrl TestProvider::baseUrl() const {
+QUrl TestProvider::baseUrl() const
+{
     return QUrl(QStringLiteral("http://127.0.0.1:%1/v1").arg(port()));
 }
 
-void TestProvider::enqueue(const QByteArray &pathSuffix, const Response &response) {
+void TestProvider::enqueue(const QByteArray &pathSuffix, const Response &response)
+{
     m_script.append({pathSuffix, response});
 }
 
-QList<TestProvider::Request> TestProvider::requests(const QByteArray &pathSuffix) const {
+QList<TestProvider::Request> TestProvider::requests(const QByteArray &pathSuffix) const
+{
     QList<Request> result;
     for (const Request &r : m_requests)
         if (r.path.endsWith(pathSuffix))
@@ -104,7 +116,8 @@ QList<TestProvider::Request> TestProvider::requests(const QByteArray &pathSuffix
     return result;
 }
 
-void TestProvider::onNewConnection() {
+void TestProvider::onNewConnection()
+{
     while (QTcpSocket *socket = m_server->nextPendingConnection()) {
         m_sockets.insert(socket);
         connect(socket, &QTcpSocket::readyRead, this, [this, socket] { onReadyRead(socket); });
@@ -116,7 +129,8 @@ void TestProvider::onNewConnection() {
     }
 }
 
-void TestProvider::onReadyRead(QTcpSocket *socket) {
+void TestProvider::onReadyRead(QTcpSocket *socket)
+{
     QByteArray &buffer = m_buffers[socket];
     buffer += socket->readAll();
     const qsizetype headEnd = buffer.indexOf("\r\n\r\n");
@@ -143,7 +157,8 @@ void TestProvider::onReadyRead(QTcpSocket *socket) {
     respond(socket, request);
 }
 
-void TestProvider::respond(QTcpSocket *socket, const Request &request) {
+void TestProvider::respond(QTcpSocket *socket, const Request &request)
+{
     std::optional<Response> scripted;
     for (qsizetype i = 0; i < m_script.size(); ++i) {
         if (request.path.endsWith(m_script[i].first)) {
@@ -152,14 +167,16 @@ void TestProvider::respond(QTcpSocket *socket, const Request &request) {
         }
     }
     Response response;
-    if (scripted)
+    if (scripted) {
         response = *scripted;
-    else if (request.path.endsWith("/embeddings"))
+    } else if (request.path.endsWith("/embeddings")) {
         response = defaultEmbeddings(request.json());
-    else if (request.path.endsWith("/chat/completions"))
+        response.pieces.first().delayMs = m_defaultDelayMs; // a provider that takes its time to answer
+    } else if (request.path.endsWith("/chat/completions")) {
         response = defaultChatAnswer(request.json(), m_defaultDelayMs);
-    else
+    } else {
         response = Response::json(404, R"({"error":{"message":"Unknown path","code":"not_found"}})");
+    }
 
     if (response.neverAnswer)
         return;
@@ -186,7 +203,8 @@ void TestProvider::respond(QTcpSocket *socket, const Request &request) {
     writePieces(socket, response, 0);
 }
 
-void TestProvider::writePieces(QTcpSocket *socket, Response response, int index) {
+void TestProvider::writePieces(QTcpSocket *socket, Response response, int index)
+{
     QPointer<QTcpSocket> guard(socket);
     while (index < response.pieces.size()) {
         const Piece &piece = response.pieces[index];
@@ -208,7 +226,8 @@ void TestProvider::writePieces(QTcpSocket *socket, Response response, int index)
     finish(socket, response);
 }
 
-void TestProvider::finish(QTcpSocket *socket, const Response &response) {
+void TestProvider::finish(QTcpSocket *socket, const Response &response)
+{
     if (response.abortAfterPieces) {
         socket->flush();
         socket->abort();
@@ -219,7 +238,8 @@ void TestProvider::finish(QTcpSocket *socket, const Response &response) {
     socket->disconnectFromHost();
 }
 
-TestProvider::Response TestProvider::defaultChatAnswer(const QJsonObject &request, int delayMs) {
+TestProvider::Response TestProvider::defaultChatAnswer(const QJsonObject &request, int delayMs)
+{
     const QJsonArray messages = request.value(QStringLiteral("messages")).toArray();
     const QJsonValue content =
         messages.isEmpty() ? QJsonValue() : messages.last().toObject().value(QStringLiteral("content"));
@@ -253,7 +273,8 @@ TestProvider::Response TestProvider::defaultChatAnswer(const QJsonObject &reques
     return r;
 }
 
-QList<double> TestProvider::bagOfWordsVector(const QString &text, int dimensions) {
+QList<double> TestProvider::bagOfWordsVector(const QString &text, int dimensions)
+{
     QList<double> v(dimensions, 0.0);
     static const QRegularExpression split(QStringLiteral("[^\\p{L}\\p{N}]+"));
     for (const QString &word : text.toLower().split(split, Qt::SkipEmptyParts)) {
@@ -271,7 +292,8 @@ QList<double> TestProvider::bagOfWordsVector(const QString &text, int dimensions
     return v;
 }
 
-TestProvider::Response TestProvider::defaultEmbeddings(const QJsonObject &request) {
+TestProvider::Response TestProvider::defaultEmbeddings(const QJsonObject &request)
+{
     QJsonArray data;
     int index = 0;
     for (const QJsonValue &input : request.value(QStringLiteral("input")).toArray()) {

@@ -76,6 +76,7 @@ public:
     static Response defaultChatAnswer(const QJsonObject &request, int delayMs);
     static Response defaultEmbeddings(const QJsonObject &request);
     static QList<double> bagOfWordsVector(const QString &text, int dimensions = 64);
+    // Pause between the unscripted chat answer's pieces, and before the unscripted embeddings answer.
     void setDefaultDelayMs(int ms) { m_defaultDelayMs = ms; }
     // Connections from clients that are still open.
     int openConnections() const { return int(m_sockets.size()); }
