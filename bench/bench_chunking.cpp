@@ -6,7 +6,8 @@
 
 #include <QElapsedTimer>
 
-int main(int argc, char *argv[]) {
+int main(int argc, char *argv[])
+{
     TestEnvironment::isolate();
     QGuiApplication app(argc, argv);
     constexpr qsizetype Bytes = 50 * 1000 * 1000;

@@ -19,7 +19,8 @@ namespace {
 constexpr qreal BubbleTextWidth = 316; // a 400-point window less paddings
 constexpr int ViewportHeight = 480;
 
-QString answerText(qsizetype length) {
+QString answerText(qsizetype length)
+{
     const QStringList lines = {
         QStringLiteral("## Abschnitt über **Messwerte** und `Einheiten`"),
         QStringLiteral(
@@ -38,19 +39,22 @@ QString answerText(qsizetype length) {
     return text;
 }
 
-MarkdownDocumentWriter::Style style() {
+MarkdownDocumentWriter::Style style()
+{
     return {Markdown::systemFont(14, QFont::Normal, true), Qt::black, QColor(255, 149, 0),
             MarkdownDocumentWriter::bubbleParagraphStyle()};
 }
 
-void prepare(QTextDocument &document) {
+void prepare(QTextDocument &document)
+{
     document.setDocumentMargin(0);
     document.setTextWidth(BubbleTextWidth);
     document.setDefaultFont(style().font);
 }
 
 // The bottom of the bubble, as the list shows it while following the end.
-void paintVisibleEnd(QTextDocument &document, QImage &frame) {
+void paintVisibleEnd(QTextDocument &document, QImage &frame)
+{
     frame.fill(Qt::transparent);
     QPainter painter(&frame);
     const qreal top = std::max<qreal>(0, document.size().height() - ViewportHeight);
@@ -58,7 +62,8 @@ void paintVisibleEnd(QTextDocument &document, QImage &frame) {
     document.drawContents(&painter, QRectF(0, top, BubbleTextWidth, ViewportHeight));
 }
 
-template <typename F> double medianMs(int runs, F &&step) {
+template <typename F> double medianMs(int runs, F &&step)
+{
     QList<double> samples;
     for (int i = 0; i < runs; ++i) {
         QElapsedTimer timer;
@@ -70,7 +75,8 @@ template <typename F> double medianMs(int runs, F &&step) {
     return samples.at(samples.size() / 2);
 }
 
-void onePieceAt30k() {
+void onePieceAt30k()
+{
     const QString base = answerText(30000);
     const QString piece = QStringLiteral(" mehr");
     const auto s = style();
@@ -112,7 +118,8 @@ void onePieceAt30k() {
 
 // 200 pieces a second into one answer until it is 30,000 characters long; each tick renders, lays out and
 // paints the visible end, which is the main thread's share of a frame.
-void streamingFrames() {
+void streamingFrames()
+{
     const QString answer = answerText(30000);
     QTextDocument document;
     prepare(document);
@@ -159,7 +166,8 @@ void streamingFrames() {
 
 } // namespace
 
-int main(int argc, char *argv[]) {
+int main(int argc, char *argv[])
+{
     qputenv("QT_QPA_PLATFORM", "offscreen");
     QGuiApplication app(argc, argv);
     onePieceAt30k();

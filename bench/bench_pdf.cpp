@@ -17,7 +17,8 @@ namespace {
 
 constexpr int Pages = 300;
 
-void writePdf(const QString &path) {
+void writePdf(const QString &path)
+{
     QPdfWriter writer(path);
     writer.setResolution(72);
     QPainter painter(&writer);
@@ -37,7 +38,8 @@ void writePdf(const QString &path) {
     painter.end();
 }
 
-double timeOf(const std::function<void()> &work, int repeats) {
+double timeOf(const std::function<void()> &work, int repeats)
+{
     double best = 1e9;
     for (int i = 0; i < repeats; ++i) {
         QElapsedTimer timer;
@@ -50,7 +52,8 @@ double timeOf(const std::function<void()> &work, int repeats) {
 
 } // namespace
 
-int main(int argc, char *argv[]) {
+int main(int argc, char *argv[])
+{
     TestEnvironment::isolate();
     QGuiApplication app(argc, argv);
     QTemporaryDir dir;

@@ -14,7 +14,8 @@
 
 #include <cstdio>
 
-int main(int argc, char *argv[]) {
+int main(int argc, char *argv[])
+{
     QTemporaryDir home;
     QDir(home.path()).mkpath(QStringLiteral("Desktop"));
     qputenv("HOME", home.path().toUtf8());

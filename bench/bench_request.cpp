@@ -6,12 +6,12 @@
 
 #include <QBuffer>
 #include <QFile>
-#include <QProcess>
-#include <QTemporaryDir>
 #include <QGuiApplication>
 #include <QImage>
 #include <QImageWriter>
+#include <QProcess>
 #include <QRandomGenerator>
+#include <QTemporaryDir>
 
 #include <cmath>
 
@@ -78,8 +78,8 @@ int main(int argc, char *argv[])
     const double peak = Bench::peakRssMiB();
 
     Bench::report(QStringLiteral("photo (JPEG) size"), jpeg.size() / 1048576.0, QStringLiteral("MiB"));
-    Bench::report(QStringLiteral("photo pixels"), image->size().width() * double(image->size().height()) / 1e6,
-                  QStringLiteral("Mpx"));
+    Bench::report(QStringLiteral("photo pixels"),
+                  image->size().width() * double(image->size().height()) / 1e6, QStringLiteral("Mpx"));
     Bench::report(QStringLiteral("request body size"), body.json.size() / 1048576.0, QStringLiteral("MiB"));
     Bench::report(QStringLiteral("time to build the request"), seconds * 1000.0, QStringLiteral("ms"));
     Bench::report(QStringLiteral("resident before building"), before, QStringLiteral("MiB"));

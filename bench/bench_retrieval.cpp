@@ -17,7 +17,8 @@ constexpr int Dimensions = 3584;
 constexpr int Rounds = 5;
 
 // The fastest way to touch every component once: four independent sums, nothing else.
-double plainRead(const QList<DocumentChunk> &chunks) {
+double plainRead(const QList<DocumentChunk> &chunks)
+{
     double s0 = 0, s1 = 0, s2 = 0, s3 = 0;
     for (const DocumentChunk &chunk : chunks) {
         const double *v = chunk.embedding.constData();
@@ -35,7 +36,8 @@ double plainRead(const QList<DocumentChunk> &chunks) {
     return s0 + s1 + s2 + s3;
 }
 
-template <typename F> double bestMs(F &&f) {
+template <typename F> double bestMs(F &&f)
+{
     double best = 1e300;
     for (int r = 0; r < Rounds; ++r) {
         QElapsedTimer timer;
@@ -48,7 +50,8 @@ template <typename F> double bestMs(F &&f) {
 
 } // namespace
 
-int main() {
+int main()
+{
     std::mt19937_64 random(42);
     std::normal_distribution<double> normal;
     QList<DocumentChunk> chunks;

@@ -58,9 +58,10 @@ private:
             if (end < 0)
                 return;
             const qsizetype lengthAt = request->toLower().indexOf("content-length:");
-            const qsizetype length = request->mid(lengthAt + 15, request->indexOf("\r\n", lengthAt) - lengthAt - 15)
-                                         .trimmed()
-                                         .toLongLong();
+            const qsizetype length =
+                request->mid(lengthAt + 15, request->indexOf("\r\n", lengthAt) - lengthAt - 15)
+                    .trimmed()
+                    .toLongLong();
             if (request->size() < end + 4 + length)
                 return;
             delete request;
@@ -91,10 +92,11 @@ QByteArray syntheticStream(qsizetype bytes, qsizetype *events)
     const QString words = QStringLiteral("Ein Stück Antwort mit Umlauten äöü und etwas mehr Text, ");
     while (body.size() < bytes) {
         const QJsonObject delta{{QStringLiteral("content"), words.left(8 + (*events % 48))}};
-        const QJsonObject event{{QStringLiteral("id"), QStringLiteral("chatcmpl-123")},
-                                {QStringLiteral("object"), QStringLiteral("chat.completion.chunk")},
-                                {QStringLiteral("choices"),
-                                 QJsonArray{QJsonObject{{QStringLiteral("index"), 0}, {QStringLiteral("delta"), delta}}}}};
+        const QJsonObject event{
+            {QStringLiteral("id"), QStringLiteral("chatcmpl-123")},
+            {QStringLiteral("object"), QStringLiteral("chat.completion.chunk")},
+            {QStringLiteral("choices"),
+             QJsonArray{QJsonObject{{QStringLiteral("index"), 0}, {QStringLiteral("delta"), delta}}}}};
         body += "data: " + QJsonDocument(event).toJson(QJsonDocument::Compact) + "\n\n";
         ++*events;
     }
@@ -144,7 +146,8 @@ int main(int argc, char *argv[])
     QGuiApplication app(argc, argv);
     qsizetype events = 0;
     const QByteArray body = syntheticStream(50 * 1024 * 1024, &events);
-    const QByteArray httpHead = "HTTP/1.1 200 OK\r\nContent-Type: text/event-stream\r\nConnection: close\r\n\r\n";
+    const QByteArray httpHead =
+        "HTTP/1.1 200 OK\r\nContent-Type: text/event-stream\r\nConnection: close\r\n\r\n";
     const double megabytes = body.size() / (1024.0 * 1024.0);
 
     QThread serverThread;
@@ -175,10 +178,14 @@ int main(int argc, char *argv[])
     Bench::report(QStringLiteral("stream size"), megabytes, QStringLiteral("MiB"));
     Bench::report(QStringLiteral("events / pieces delivered"), double(events), QStringLiteral("events"));
     Bench::report(QStringLiteral("pieces delivered"), double(pieces), QStringLiteral("pieces"));
-    Bench::report(QStringLiteral("plain loopback transfer (best of 3)"), megabytes / bestPlain, QStringLiteral("MiB/s"));
-    Bench::report(QStringLiteral("HTTP client alone (best of 3)"), megabytes / bestHttp, QStringLiteral("MiB/s"));
-    Bench::report(QStringLiteral("chat stream reader (best of 3)"), megabytes / bestStream, QStringLiteral("MiB/s"));
-    Bench::report(QStringLiteral("ratio reader time / socket time"), bestStream / bestPlain, QStringLiteral("x"));
+    Bench::report(QStringLiteral("plain loopback transfer (best of 3)"), megabytes / bestPlain,
+                  QStringLiteral("MiB/s"));
+    Bench::report(QStringLiteral("HTTP client alone (best of 3)"), megabytes / bestHttp,
+                  QStringLiteral("MiB/s"));
+    Bench::report(QStringLiteral("chat stream reader (best of 3)"), megabytes / bestStream,
+                  QStringLiteral("MiB/s"));
+    Bench::report(QStringLiteral("ratio reader time / socket time"), bestStream / bestPlain,
+                  QStringLiteral("x"));
     serverThread.quit();
     serverThread.wait();
     return 0;

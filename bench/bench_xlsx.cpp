@@ -16,7 +16,8 @@ namespace {
 constexpr int Rows = 200000;
 constexpr int Columns = 8;
 
-QString writeWorkbook(const QString &path) {
+QString writeWorkbook(const QString &path)
+{
     QStringList strings;
     for (int i = 0; i < 1000; ++i)
         strings.append(QStringLiteral("Kunde %1").arg(i));
@@ -77,7 +78,8 @@ QString writeWorkbook(const QString &path) {
 
 } // namespace
 
-int main(int argc, char *argv[]) {
+int main(int argc, char *argv[])
+{
     TestEnvironment::isolate();
     QGuiApplication app(argc, argv);
     if (app.arguments().size() == 3 && app.arguments().at(1) == QLatin1String("--extract")) {

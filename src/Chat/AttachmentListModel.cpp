@@ -1,10 +1,12 @@
 #include "AttachmentListModel.h"
 
-int AttachmentListModel::rowCount(const QModelIndex &parent) const {
+int AttachmentListModel::rowCount(const QModelIndex &parent) const
+{
     return parent.isValid() ? 0 : size();
 }
 
-QVariant AttachmentListModel::data(const QModelIndex &index, int role) const {
+QVariant AttachmentListModel::data(const QModelIndex &index, int role) const
+{
     if (!checkIndex(index, CheckIndexOption::IndexIsValid | CheckIndexOption::ParentIsInvalid))
         return {};
     const Attachment &a = m_items.at(index.row());
@@ -21,18 +23,21 @@ QVariant AttachmentListModel::data(const QModelIndex &index, int role) const {
     }
 }
 
-QHash<int, QByteArray> AttachmentListModel::roleNames() const {
+QHash<int, QByteArray> AttachmentListModel::roleNames() const
+{
     return {{IdRole, "attachmentId"}, {IsImageRole, "isImage"}, {NameRole, "name"}};
 }
 
-void AttachmentListModel::append(const Attachment &attachment) {
+void AttachmentListModel::append(const Attachment &attachment)
+{
     beginInsertRows({}, size(), size());
     m_items.append(attachment);
     endInsertRows();
     emit countChanged();
 }
 
-void AttachmentListModel::removeAt(int row) {
+void AttachmentListModel::removeAt(int row)
+{
     if (row < 0 || row >= size())
         return;
     beginRemoveRows({}, row, row);
@@ -41,7 +46,8 @@ void AttachmentListModel::removeAt(int row) {
     emit countChanged();
 }
 
-QList<Attachment> AttachmentListModel::takeAll() {
+QList<Attachment> AttachmentListModel::takeAll()
+{
     if (m_items.isEmpty())
         return {};
     beginResetModel();

@@ -14,13 +14,15 @@
 
 namespace {
 
-bool hasImageExtension(const QUrl &url) {
+bool hasImageExtension(const QUrl &url)
+{
     static const QRegularExpression imageExtension(QStringLiteral("png|jpg|jpeg|webp"));
     return imageExtension.match(QFileInfo(url.path()).suffix().toLower()).hasMatch();
 }
 
 // Started outside the coroutine: g++ 12 mishandles lambdas that capture a coroutine's locals.
-QFuture<ImageRef> loadInBackground(const QString &path) {
+QFuture<ImageRef> loadInBackground(const QString &path)
+{
     return QtConcurrent::run([path] { return ImageData::load(path); });
 }
 
@@ -29,7 +31,8 @@ QFuture<ImageRef> loadInBackground(const QString &path) {
 ChatSession::ChatSession(ContextManager &contextManager, AppSettings &settings, QObject *parent)
     : QObject(parent)
     , m_contextManager(contextManager)
-    , m_settings(settings) {
+    , m_settings(settings)
+{
     connect(&Notifier::instance(), &Notifier::posted, this, [this](const QString &name) {
         if (name == Notifier::ClearChatMemory)
             clearMessages();
@@ -37,12 +40,14 @@ ChatSession::ChatSession(ContextManager &contextManager, AppSettings &settings, 
     connect(&m_pending, &AttachmentListModel::countChanged, this, &ChatSession::canSendChanged);
 }
 
-ChatSession::~ChatSession() {
+ChatSession::~ChatSession()
+{
     if (m_streamingTask)
         m_streamingTask->cancel();
 }
 
-void ChatSession::setInputText(const QString &text) {
+void ChatSession::setInputText(const QString &text)
+{
     if (text == m_inputText)
         return;
     const bool couldSend = canSend();
@@ -52,40 +57,47 @@ void ChatSession::setInputText(const QString &text) {
         emit canSendChanged();
 }
 
-void ChatSession::setDragging(bool dragging) {
+void ChatSession::setDragging(bool dragging)
+{
     if (dragging == m_isDragging)
         return;
     m_isDragging = dragging;
     emit isDraggingChanged();
 }
 
-void ChatSession::setAtBottom(bool atBottom) {
+void ChatSession::setAtBottom(bool atBottom)
+{
     if (atBottom == m_isAtBottom)
         return;
     m_isAtBottom = atBottom;
     emit isAtBottomChanged();
 }
 
-void ChatSession::setLoading(bool loading) {
+void ChatSession::setLoading(bool loading)
+{
     if (loading == m_isLoading)
         return;
     m_isLoading = loading;
     emit isLoadingChanged();
 }
 
-QString ChatSession::currentModel() const {
+QString ChatSession::currentModel() const
+{
     return m_modelOverride.value_or(m_settings.selectedModel());
 }
 
-QString ChatSession::currentPrompt() const {
+QString ChatSession::currentPrompt() const
+{
     return m_promptOverride.value_or(m_settings.masterPrompt());
 }
 
-void ChatSession::appendMessage(const Message &message) {
+void ChatSession::appendMessage(const Message &message)
+{
     m_messages.append(message);
 }
 
-void ChatSession::sendMessage() {
+void ChatSession::sendMessage()
+{
     if (m_inputText.isEmpty() && m_pending.size() == 0)
         return;
 
@@ -138,7 +150,8 @@ void ChatSession::sendMessage() {
 }
 
 QCoro::Task<> ChatSession::runTurn(std::shared_ptr<ChatStream> stream, std::shared_ptr<bool> cancelled,
-                                   int turn) {
+                                   int turn)
+{
     QPointer<ChatSession> self(this);
     bool failed = false;
     QString description;
@@ -170,7 +183,8 @@ QCoro::Task<> ChatSession::runTurn(std::shared_ptr<ChatStream> stream, std::shar
     finishTurn(turn, failed, description);
 }
 
-void ChatSession::finishTurn(int turn, bool failed, const QString &description) {
+void ChatSession::finishTurn(int turn, bool failed, const QString &description)
+{
     if (turn != m_turn)
         return;
     setLoading(false);
@@ -179,7 +193,8 @@ void ChatSession::finishTurn(int turn, bool failed, const QString &description) 
     emit turnFinished(failed, description);
 }
 
-void ChatSession::cancelStreaming() {
+void ChatSession::cancelStreaming()
+{
     if (m_streamingCancelled)
         *m_streamingCancelled = true;
     if (m_streamingTask)
@@ -189,11 +204,13 @@ void ChatSession::cancelStreaming() {
     setLoading(false);
 }
 
-void ChatSession::addAttachment(const QUrl &url) {
+void ChatSession::addAttachment(const QUrl &url)
+{
     addAttachmentAsync(url);
 }
 
-QCoro::Task<> ChatSession::addAttachmentAsync(QUrl url) {
+QCoro::Task<> ChatSession::addAttachmentAsync(QUrl url)
+{
     QPointer<ChatSession> self(this);
     ImageRef image;
     if (hasImageExtension(url)) {
@@ -210,15 +227,18 @@ QCoro::Task<> ChatSession::addAttachmentAsync(QUrl url) {
         m_pending.append(Attachment(AttachmentType::document(url, QFileInfo(url.path()).fileName())));
 }
 
-void ChatSession::removePendingAttachment(int index) {
+void ChatSession::removePendingAttachment(int index)
+{
     m_pending.removeAt(index);
 }
 
-void ChatSession::clearMessages() {
+void ChatSession::clearMessages()
+{
     m_messages.clear();
 }
 
-const Attachment *ChatSession::findAttachment(const QUuid &id) const {
+const Attachment *ChatSession::findAttachment(const QUuid &id) const
+{
     for (const Attachment &a : m_pending.list())
         if (a.id() == id)
             return &a;

@@ -1,6 +1,7 @@
 #include "MessageListModel.h"
 
-QVariantList attachmentsForView(const QList<Attachment> &attachments) {
+QVariantList attachmentsForView(const QList<Attachment> &attachments)
+{
     QVariantList result;
     for (const Attachment &a : attachments) {
         const bool image = a.type().isImage();
@@ -11,11 +12,13 @@ QVariantList attachmentsForView(const QList<Attachment> &attachments) {
     return result;
 }
 
-int MessageListModel::rowCount(const QModelIndex &parent) const {
+int MessageListModel::rowCount(const QModelIndex &parent) const
+{
     return parent.isValid() ? 0 : size();
 }
 
-QVariant MessageListModel::data(const QModelIndex &index, int role) const {
+QVariant MessageListModel::data(const QModelIndex &index, int role) const
+{
     if (!checkIndex(index, CheckIndexOption::IndexIsValid | CheckIndexOption::ParentIsInvalid))
         return {};
     const Message &m = m_messages.at(index.row());
@@ -36,7 +39,8 @@ QVariant MessageListModel::data(const QModelIndex &index, int role) const {
     }
 }
 
-QHash<int, QByteArray> MessageListModel::roleNames() const {
+QHash<int, QByteArray> MessageListModel::roleNames() const
+{
     return {{IdRole, "messageId"},
             {TextRole, "text"},
             {IsUserRole, "isUser"},
@@ -44,14 +48,16 @@ QHash<int, QByteArray> MessageListModel::roleNames() const {
             {AttachmentsRole, "attachments"}};
 }
 
-void MessageListModel::append(const Message &message) {
+void MessageListModel::append(const Message &message)
+{
     beginInsertRows({}, size(), size());
     m_messages.append(message);
     endInsertRows();
     emit countChanged();
 }
 
-void MessageListModel::appendToLast(const QString &piece) {
+void MessageListModel::appendToLast(const QString &piece)
+{
     if (m_messages.isEmpty())
         return;
     m_messages.last().appendText(piece);
@@ -59,7 +65,8 @@ void MessageListModel::appendToLast(const QString &piece) {
     emit dataChanged(last, last, {TextRole, Qt::DisplayRole});
 }
 
-void MessageListModel::clear() {
+void MessageListModel::clear()
+{
     if (m_messages.isEmpty())
         return;
     beginResetModel();

@@ -27,19 +27,22 @@ struct AskOptions {
     QString question;
 };
 
-int usageError(const QString &message) {
+int usageError(const QString &message)
+{
     QTextStream(stderr) << "quillmoor-cli ask: " << message << "\n";
     return Cli::ExitUsage;
 }
 
-void writeOut(const QString &text) {
+void writeOut(const QString &text)
+{
     const QByteArray bytes = text.toUtf8();
     std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stdout);
     std::fflush(stdout);
 }
 
 // Parses the arguments; returns an exit status when the command cannot run.
-std::optional<int> parse(const QStringList &args, AskOptions &options) {
+std::optional<int> parse(const QStringList &args, AskOptions &options)
+{
     QStringList positional;
     for (qsizetype i = 0; i < args.size(); ++i) {
         const QString &arg = args[i];
@@ -83,7 +86,8 @@ std::optional<int> parse(const QStringList &args, AskOptions &options) {
 }
 
 // The --history file: a JSON array of {"role", "content"} objects, oldest first.
-std::optional<QList<Message>> readHistory(const QString &path, QString *error) {
+std::optional<QList<Message>> readHistory(const QString &path, QString *error)
+{
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly)) {
         *error = QStringLiteral("cannot read ") + path;
@@ -109,7 +113,8 @@ std::optional<QList<Message>> readHistory(const QString &path, QString *error) {
     return messages;
 }
 
-int runAsk(const AskOptions &options) {
+int runAsk(const AskOptions &options)
+{
     auto api = std::make_shared<const InfomaniakAPI>(InfomaniakAPI::fromEnvironment());
     AppSettings settings;
     ContextManager contextManager(api);
@@ -152,7 +157,8 @@ int runAsk(const AskOptions &options) {
 
 } // namespace
 
-int Cli::ask(const QStringList &args) {
+int Cli::ask(const QStringList &args)
+{
     AskOptions options;
     if (const std::optional<int> status = parse(args, options))
         return *status;

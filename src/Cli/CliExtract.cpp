@@ -15,19 +15,22 @@
 
 namespace {
 
-void writeOut(const QByteArray &bytes) {
+void writeOut(const QByteArray &bytes)
+{
     std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stdout);
     std::fflush(stdout);
 }
 
-int usage(const char *line) {
+int usage(const char *line)
+{
     std::fprintf(stderr, "usage: quillmoor-cli %s\n", line);
     return Cli::ExitUsage;
 }
 
 } // namespace
 
-int Cli::extract(const QStringList &args) {
+int Cli::extract(const QStringList &args)
+{
     bool attachment = false;
     QStringList files;
     for (const QString &arg : args) {
@@ -49,7 +52,8 @@ int Cli::extract(const QStringList &args) {
     return ExitOk;
 }
 
-int Cli::chunks(const QStringList &args) {
+int Cli::chunks(const QStringList &args)
+{
     if (args.size() != 1 || args.first().startsWith(QLatin1String("--")))
         return usage("chunks FILE");
     const QString path = args.first();

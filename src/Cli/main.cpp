@@ -7,7 +7,8 @@
 
 namespace {
 
-int usage() {
+int usage()
+{
     QTextStream(stderr)
         << "usage: quillmoor-cli extract [--attachment] FILE\n"
            "       quillmoor-cli chunks FILE\n"
@@ -18,7 +19,8 @@ int usage() {
 
 } // namespace
 
-int main(int argc, char *argv[]) {
+int main(int argc, char *argv[])
+{
     // Pictures are decoded through Qt's image plugins, which need a GUI application but no display.
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
         qputenv("QT_QPA_PLATFORM", "offscreen");

@@ -15,12 +15,14 @@ void Console::setStream(FILE *s)
     g_stream.store(s);
 }
 
-FILE *Console::stream() {
+FILE *Console::stream()
+{
     FILE *s = g_stream.load();
     return s ? s : stdout;
 }
 
-void Console::write(const QString &text) {
+void Console::write(const QString &text)
+{
     const QByteArray bytes = text.toUtf8();
     std::lock_guard lock(g_mutex);
     FILE *s = stream();
@@ -28,6 +30,7 @@ void Console::write(const QString &text) {
     std::fflush(s);
 }
 
-void Console::line(const QString &text) {
+void Console::line(const QString &text)
+{
     write(text + QLatin1Char('\n'));
 }

@@ -9,7 +9,8 @@
 namespace {
 
 // Creating a break iterator costs far more than using one, so each thread keeps its own.
-icu::BreakIterator *iteratorFor(const QString &text, UText *utext) {
+icu::BreakIterator *iteratorFor(const QString &text, UText *utext)
+{
     thread_local std::unique_ptr<icu::BreakIterator> iterator;
     UErrorCode status = U_ZERO_ERROR;
     if (!iterator) {
@@ -28,7 +29,8 @@ icu::BreakIterator *iteratorFor(const QString &text, UText *utext) {
 }
 
 // Plain ASCII without CR has one character per unit; this spares the iterator on most texts.
-bool isSimple(const QString &text) {
+bool isSimple(const QString &text)
+{
     for (QChar c : text) {
         const char16_t u = c.unicode();
         if (u >= 0x80 || u == u'\r')
@@ -39,7 +41,8 @@ bool isSimple(const QString &text) {
 
 // Returns the UTF-16 offset after the first `n` characters, or -1 when the text has no more than `n`
 // characters; `counted` receives the number of characters seen.
-qsizetype offsetAfter(const QString &text, qsizetype n, qsizetype *counted) {
+qsizetype offsetAfter(const QString &text, qsizetype n, qsizetype *counted)
+{
     UText utext = UTEXT_INITIALIZER;
     icu::BreakIterator *it = iteratorFor(text, &utext);
     qsizetype seen = 0;
@@ -65,7 +68,8 @@ qsizetype offsetAfter(const QString &text, qsizetype n, qsizetype *counted) {
 
 } // namespace
 
-qsizetype Graphemes::count(const QString &text) {
+qsizetype Graphemes::count(const QString &text)
+{
     if (isSimple(text))
         return text.size();
     qsizetype counted = 0;
@@ -73,7 +77,8 @@ qsizetype Graphemes::count(const QString &text) {
     return counted;
 }
 
-QString Graphemes::prefix(const QString &text, qsizetype n) {
+QString Graphemes::prefix(const QString &text, qsizetype n)
+{
     if (n <= 0)
         return {};
     if (isSimple(text))
@@ -82,7 +87,8 @@ QString Graphemes::prefix(const QString &text, qsizetype n) {
     return offset < 0 ? text : text.left(offset);
 }
 
-bool Graphemes::longerThan(const QString &text, qsizetype n) {
+bool Graphemes::longerThan(const QString &text, qsizetype n)
+{
     if (text.size() <= n)
         return false; // a character is at least one unit
     if (isSimple(text))

@@ -3,7 +3,8 @@
 #include <QCoreApplication>
 #include <QThread>
 
-Notifier &Notifier::instance() {
+Notifier &Notifier::instance()
+{
     static Notifier *notifier = [] {
         auto *n = new Notifier;
         if (QCoreApplication::instance())
@@ -13,7 +14,8 @@ Notifier &Notifier::instance() {
     return *notifier;
 }
 
-void Notifier::post(const QString &name) {
+void Notifier::post(const QString &name)
+{
     if (QThread::currentThread() == thread()) {
         emit posted(name);
         return;

@@ -9,12 +9,14 @@ struct ProviderError {
     int code = 0;
     QString description;
 
-    static ProviderError api(int code, const QString &description) {
+    static ProviderError api(int code, const QString &description)
+    {
         return {QStringLiteral("InfomaniakAPI"), code, description};
     }
 
     // The full text form used on the console: domain, code and description.
-    QString fullText() const {
+    QString fullText() const
+    {
         return QStringLiteral("Error Domain=%1 Code=%2 \"%3\"").arg(domain).arg(code).arg(description);
     }
 

@@ -2,6 +2,7 @@
 
 #include <QFileInfo>
 
-bool SecurityScope::startAccessing(const QString &path) {
+bool SecurityScope::startAccessing(const QString &path)
+{
     return QFileInfo(path).isReadable();
 }

@@ -8,7 +8,8 @@
 
 #include <cmath>
 
-QTextCharFormat MarkdownDocumentWriter::charFormat(const TextRun &run) {
+QTextCharFormat MarkdownDocumentWriter::charFormat(const TextRun &run)
+{
     QTextCharFormat format;
     if (run.font)
         format.setFont(*run.font, QTextCharFormat::FontPropertiesAll);
@@ -22,7 +23,8 @@ QTextCharFormat MarkdownDocumentWriter::charFormat(const TextRun &run) {
 // Paragraph spacing after one paragraph and before the next add up (they do not collapse into the larger
 // one), so the sum goes above the block and nothing below it.
 QTextBlockFormat MarkdownDocumentWriter::blockFormat(const ParagraphStyle &style,
-                                                     const ParagraphStyle &previous) {
+                                                     const ParagraphStyle &previous)
+{
     QTextBlockFormat format;
     format.setLineHeight(style.lineSpacing, QTextBlockFormat::LineDistanceHeight);
     format.setTopMargin(style.paragraphSpacingBefore + previous.paragraphSpacing);
@@ -32,7 +34,8 @@ QTextBlockFormat MarkdownDocumentWriter::blockFormat(const ParagraphStyle &style
     return format;
 }
 
-void MarkdownDocumentWriter::render(QTextDocument *document, const QString &text, const Style &style) {
+void MarkdownDocumentWriter::render(QTextDocument *document, const QString &text, const Style &style)
+{
     if (!document)
         return;
     const bool grows = m_valid && document == m_document && style == m_style && text.startsWith(m_text) &&
@@ -54,7 +57,8 @@ void MarkdownDocumentWriter::render(QTextDocument *document, const QString &text
     cursor.endEditBlock();
 }
 
-void MarkdownDocumentWriter::renderFully(QTextDocument *document, const QString &text, const Style &style) {
+void MarkdownDocumentWriter::renderFully(QTextDocument *document, const QString &text, const Style &style)
+{
     if (!document)
         return;
     m_document = document;
@@ -71,7 +75,8 @@ void MarkdownDocumentWriter::renderFully(QTextDocument *document, const QString 
 }
 
 void MarkdownDocumentWriter::writeLines(QTextCursor &cursor, const QString &text, qsizetype lineStart,
-                                        qsizetype lineIndex) {
+                                        qsizetype lineIndex)
+{
     bool first = true;
     for (;;) {
         const qsizetype feed = text.indexOf(u'\n', lineStart);
@@ -102,7 +107,8 @@ void MarkdownDocumentWriter::writeLines(QTextCursor &cursor, const QString &text
     }
 }
 
-int MarkdownDocumentWriter::measuredHeight(QTextDocument *document) {
+int MarkdownDocumentWriter::measuredHeight(QTextDocument *document)
+{
     if (!document || !document->documentLayout())
         return 0;
     return int(std::ceil(document->documentLayout()->documentSize().height()));

@@ -10,61 +10,72 @@ namespace {
 // PCRE2 stops a dot only at LF by default; (*ANY) makes every ICU line terminator (CR, LF, CRLF, VT, FF,
 // NEL, LS, PS) end a dot and count as the final line break for `$`, and Unicode properties give \d and \s
 // their ICU meaning.
-QRegularExpression icuExpression(const QString &pattern) {
+QRegularExpression icuExpression(const QString &pattern)
+{
     return QRegularExpression(QStringLiteral("(*ANY)") + pattern,
                               QRegularExpression::UseUnicodePropertiesOption);
 }
 
-const QRegularExpression &headingExpression() {
+const QRegularExpression &headingExpression()
+{
     static const QRegularExpression expression = icuExpression(QStringLiteral("^(#{1,3})\\s+(.+)$"));
     return expression;
 }
 
-const QRegularExpression &ruleExpression() {
+const QRegularExpression &ruleExpression()
+{
     static const QRegularExpression expression = icuExpression(QStringLiteral("^-{3,}$|^\\*{3,}$"));
     return expression;
 }
 
-const QRegularExpression &numberedExpression() {
+const QRegularExpression &numberedExpression()
+{
     static const QRegularExpression expression = icuExpression(QStringLiteral("^\\d+\\.\\s+"));
     return expression;
 }
 
-const QRegularExpression &inlineExpression() {
+const QRegularExpression &inlineExpression()
+{
     static const QRegularExpression expression =
         icuExpression(QStringLiteral("(\\*\\*\\*(.+?)\\*\\*\\*|\\*\\*(.+?)\\*\\*|\\*(.+?)\\*|`(.+?)`)"));
     return expression;
 }
 
-void setSize(QFont &font, qreal size, bool pixels) {
+void setSize(QFont &font, qreal size, bool pixels)
+{
     if (pixels)
         font.setPixelSize(qMax(1, qRound(size)));
     else
         font.setPointSizeF(size);
 }
 
-bool isTrimmable(QChar c) {
+bool isTrimmable(QChar c)
+{
     return c == u'\t' || c.category() == QChar::Separator_Space;
 }
 
-QColor withAlpha(QColor color, qreal alpha) {
+QColor withAlpha(QColor color, qreal alpha)
+{
     color.setAlphaF(float(alpha));
     return color;
 }
 
-void append(AttributedText &out, TextRun run) {
+void append(AttributedText &out, TextRun run)
+{
     if (!run.text.isEmpty())
         out.append(std::move(run));
 }
 
-void appendAll(AttributedText &out, AttributedText runs) {
+void appendAll(AttributedText &out, AttributedText runs)
+{
     for (TextRun &run : runs)
         out.append(std::move(run));
 }
 
 // "- x" and "* x" count only when the first two user-perceived characters are exactly the marker, so a
 // space carrying a combining mark does not start an item.
-std::optional<QString> bulletContent(const QString &line) {
+std::optional<QString> bulletContent(const QString &line)
+{
     if (!(line.startsWith(QStringLiteral("- ")) || line.startsWith(QStringLiteral("* "))))
         return std::nullopt;
     const QString head = Graphemes::prefix(line, 2);
@@ -77,7 +88,8 @@ std::optional<QString> bulletContent(const QString &line) {
 
 namespace Markdown {
 
-QString trimmedSpaces(const QString &text) {
+QString trimmedSpaces(const QString &text)
+{
     qsizetype begin = 0;
     qsizetype end = text.size();
     while (begin < end && isTrimmable(text.at(begin)))
@@ -87,18 +99,21 @@ QString trimmedSpaces(const QString &text) {
     return (begin == 0 && end == text.size()) ? text : text.mid(begin, end - begin);
 }
 
-qreal fontSize(const QFont &font) {
+qreal fontSize(const QFont &font)
+{
     return font.pixelSize() > 0 ? qreal(font.pixelSize()) : font.pointSizeF();
 }
 
-QFont systemFont(qreal size, QFont::Weight weight, bool pixels) {
+QFont systemFont(qreal size, QFont::Weight weight, bool pixels)
+{
     QFont font = QFontDatabase::systemFont(QFontDatabase::GeneralFont);
     setSize(font, size, pixels);
     font.setWeight(weight);
     return font;
 }
 
-QFont monospacedSystemFont(qreal size, bool pixels) {
+QFont monospacedSystemFont(qreal size, bool pixels)
+{
     QFont font = QFontDatabase::systemFont(QFontDatabase::FixedFont);
     font.setStyleHint(QFont::Monospace);
     font.setFixedPitch(true);
@@ -108,18 +123,21 @@ QFont monospacedSystemFont(qreal size, bool pixels) {
 }
 
 // Qt 6.4 cannot ask for tabular figures; the system sans fonts here already set digits on equal widths.
-QFont monospacedDigitSystemFont(qreal size, bool pixels) {
+QFont monospacedDigitSystemFont(qreal size, bool pixels)
+{
     return systemFont(size, QFont::DemiBold, pixels);
 }
 
-QFont italic(QFont font) {
+QFont italic(QFont font)
+{
     font.setItalic(true);
     return font;
 }
 
 AttributedText renderLine(const QString &rawLine, qsizetype index, const QFont &baseFont,
                           const QColor &textColor, const QColor &accentColor,
-                          const ParagraphStyle &paragraphStyle) {
+                          const ParagraphStyle &paragraphStyle)
+{
     const QString line = trimmedSpaces(rawLine);
     const qreal base = fontSize(baseFont);
     const bool pixels = baseFont.pixelSize() > 0;
@@ -171,7 +189,8 @@ AttributedText renderLine(const QString &rawLine, qsizetype index, const QFont &
 
 } // namespace Markdown
 
-QString plainText(const AttributedText &text) {
+QString plainText(const AttributedText &text)
+{
     QString out;
     for (const TextRun &run : text)
         out += run.text;
@@ -179,7 +198,8 @@ QString plainText(const AttributedText &text) {
 }
 
 AttributedText parseMarkdown(const QString &text, const QFont &baseFont, const QColor &textColor,
-                             const QColor &accentColor, const ParagraphStyle &paragraphStyle) {
+                             const QColor &accentColor, const ParagraphStyle &paragraphStyle)
+{
     AttributedText out;
     qsizetype start = 0;
     for (qsizetype index = 0;; ++index) {
@@ -195,7 +215,8 @@ AttributedText parseMarkdown(const QString &text, const QFont &baseFont, const Q
 }
 
 AttributedText applyInlineMarkdown(const QString &text, const QFont &baseFont, const QColor &textColor,
-                                   const ParagraphStyle &paragraphStyle) {
+                                   const ParagraphStyle &paragraphStyle)
+{
     const QRegularExpression &expression = inlineExpression();
     const auto plain = [&](const QString &piece) {
         return TextRun{piece, baseFont, textColor, std::nullopt, paragraphStyle};

@@ -8,7 +8,9 @@ class Attachment {
 public:
     explicit Attachment(AttachmentType type)
         : m_id(QUuid::createUuid())
-        , m_type(std::move(type)) {}
+        , m_type(std::move(type))
+    {
+    }
 
     const QUuid &id() const { return m_id; }
     const AttachmentType &type() const { return m_type; }

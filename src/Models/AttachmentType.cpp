@@ -1,13 +1,15 @@
 #include "AttachmentType.h"
 
-AttachmentType AttachmentType::image(ImageRef image) {
+AttachmentType AttachmentType::image(ImageRef image)
+{
     AttachmentType t;
     t.m_kind = Kind::Image;
     t.m_image = std::move(image);
     return t;
 }
 
-AttachmentType AttachmentType::document(const QUrl &url, const QString &name) {
+AttachmentType AttachmentType::document(const QUrl &url, const QString &name)
+{
     AttachmentType t;
     t.m_kind = Kind::Document;
     t.m_url = url;
@@ -15,7 +17,8 @@ AttachmentType AttachmentType::document(const QUrl &url, const QString &name) {
     return t;
 }
 
-bool AttachmentType::operator==(const AttachmentType &other) const {
+bool AttachmentType::operator==(const AttachmentType &other) const
+{
     if (m_kind != other.m_kind)
         return false;
     if (m_kind == Kind::Image)

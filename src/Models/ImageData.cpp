@@ -12,14 +12,16 @@ constexpr int PreviewEdge = 160;
 constexpr int DecodeLimitMB = 2048;
 } // namespace
 
-std::shared_ptr<const ImageData> ImageData::load(const QString &path) {
+std::shared_ptr<const ImageData> ImageData::load(const QString &path)
+{
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly))
         return nullptr;
     return fromBytes(file.readAll());
 }
 
-std::shared_ptr<const ImageData> ImageData::fromBytes(const QByteArray &bytes) {
+std::shared_ptr<const ImageData> ImageData::fromBytes(const QByteArray &bytes)
+{
     QByteArray data = bytes;
     QBuffer buffer(&data);
     buffer.open(QIODevice::ReadOnly);
@@ -43,7 +45,8 @@ std::shared_ptr<const ImageData> ImageData::fromBytes(const QByteArray &bytes) {
     return image;
 }
 
-QByteArray ImageData::toJpeg() const {
+QByteArray ImageData::toJpeg() const
+{
     QByteArray data = m_bytes;
     QBuffer in(&data);
     in.open(QIODevice::ReadOnly);

@@ -16,7 +16,9 @@ public:
         , m_text(std::move(text))
         , m_isUser(isUser)
         , m_timestamp(QDateTime::currentDateTime())
-        , m_attachments(std::move(attachments)) {}
+        , m_attachments(std::move(attachments))
+    {
+    }
 
     const QUuid &id() const { return m_id; }
     const QString &text() const { return m_text; }
@@ -27,7 +29,8 @@ public:
     const QList<Attachment> &attachments() const { return m_attachments; }
     void setAttachments(const QList<Attachment> &attachments) { m_attachments = attachments; }
 
-    bool operator==(const Message &other) const {
+    bool operator==(const Message &other) const
+    {
         return m_id == other.m_id && m_text == other.m_text && m_attachments == other.m_attachments;
     }
 

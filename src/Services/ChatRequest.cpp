@@ -5,12 +5,14 @@
 #include <QJsonObject>
 #include <QUuid>
 
-QString ChatRequest::plainSystemMessage(const std::optional<QString> &systemPrompt) {
+QString ChatRequest::plainSystemMessage(const std::optional<QString> &systemPrompt)
+{
     return systemPrompt.value_or(InfomaniakAPI::DefaultSystemPrompt) + QLatin1Char('\n') +
            InfomaniakAPI::PlainStyleSentence;
 }
 
-QString ChatRequest::documentText(const QList<Attachment> &attachments) {
+QString ChatRequest::documentText(const QList<Attachment> &attachments)
+{
     QString text;
     for (const Attachment &attachment : attachments) {
         if (!attachment.type().isDocument())
@@ -26,7 +28,8 @@ QString ChatRequest::documentText(const QList<Attachment> &attachments) {
 
 ChatRequest::Body ChatRequest::build(const QString &model, const QString &systemMessage,
                                      const QList<HistoryEntry> &history, const QString &message,
-                                     const QList<Attachment> &attachments) {
+                                     const QList<Attachment> &attachments)
+{
     const QString userText = message + documentText(attachments);
 
     // A picture's data URL can be tens of megabytes: the serializer only sees a placeholder, and the base64

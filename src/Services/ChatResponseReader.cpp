@@ -5,18 +5,21 @@
 
 #include <QNetworkReply>
 
-void failStream(ChatStream &stream, const ProviderError &error) {
+void failStream(ChatStream &stream, const ProviderError &error)
+{
     Console::line(QStringLiteral("Stream Error: ") + error.fullText());
     stream.fail(error);
 }
 
-void ChatResponseReader::start(QNetworkReply *reply, std::shared_ptr<ChatStream> stream) {
+void ChatResponseReader::start(QNetworkReply *reply, std::shared_ptr<ChatStream> stream)
+{
     new ChatResponseReader(reply, std::move(stream));
 }
 
 ChatResponseReader::ChatResponseReader(QNetworkReply *reply, std::shared_ptr<ChatStream> stream)
     : m_reply(reply)
-    , m_stream(std::move(stream)) {
+    , m_stream(std::move(stream))
+{
     reply->setParent(this);
     connect(reply, &QNetworkReply::metaDataChanged, this, &ChatResponseReader::onMetaData);
     connect(reply, &QNetworkReply::readyRead, this, &ChatResponseReader::onReadyRead);
@@ -26,7 +29,8 @@ ChatResponseReader::ChatResponseReader(QNetworkReply *reply, std::shared_ptr<Cha
 
 ChatResponseReader::~ChatResponseReader() = default;
 
-void ChatResponseReader::onMetaData() {
+void ChatResponseReader::onMetaData()
+{
     const QVariant status = m_reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
     if (m_statusPrinted || !status.isValid())
         return;
@@ -37,7 +41,8 @@ void ChatResponseReader::onMetaData() {
         Console::line(QStringLiteral("API Error: Status %1").arg(m_status));
 }
 
-bool ChatResponseReader::handleLine(QByteArrayView line) {
+bool ChatResponseReader::handleLine(QByteArrayView line)
+{
     if (m_status != 200) {
         Console::line(QStringLiteral("Error Body: ") + QString::fromUtf8(line));
         return true;
@@ -56,7 +61,8 @@ bool ChatResponseReader::handleLine(QByteArrayView line) {
     return true;
 }
 
-void ChatResponseReader::onReadyRead() {
+void ChatResponseReader::onReadyRead()
+{
     if (m_done)
         return;
     onMetaData();
@@ -66,7 +72,8 @@ void ChatResponseReader::onReadyRead() {
     m_splitter.feed(bytes, [this](QByteArrayView line) { return handleLine(line); });
 }
 
-void ChatResponseReader::onFinished() {
+void ChatResponseReader::onFinished()
+{
     if (m_done)
         return;
     onMetaData();
@@ -95,7 +102,8 @@ void ChatResponseReader::onFinished() {
     end(ProviderError::api(-1, QStringLiteral("Invalid response")));
 }
 
-void ChatResponseReader::onCancel() {
+void ChatResponseReader::onCancel()
+{
     if (m_done)
         return;
     m_done = true;
@@ -103,7 +111,8 @@ void ChatResponseReader::onCancel() {
     deleteLater();
 }
 
-void ChatResponseReader::end(const std::optional<ProviderError> &error) {
+void ChatResponseReader::end(const std::optional<ProviderError> &error)
+{
     if (m_done)
         return;
     m_done = true;

@@ -9,32 +9,37 @@ struct ChatStream::WaitForChange {
     void await_resume() const noexcept {}
 };
 
-void ChatStream::wake() {
+void ChatStream::wake()
+{
     emit changed();
     if (std::coroutine_handle<> waiter = std::exchange(m_waiter, {}))
         QMetaObject::invokeMethod(
             this, [waiter] { waiter.resume(); }, Qt::QueuedConnection);
 }
 
-std::shared_ptr<ChatStream> ChatStream::create() {
+std::shared_ptr<ChatStream> ChatStream::create()
+{
     return std::shared_ptr<ChatStream>(new ChatStream);
 }
 
-void ChatStream::push(const QString &piece) {
+void ChatStream::push(const QString &piece)
+{
     if (m_cancelled || m_finished)
         return;
     m_pieces.enqueue(piece);
     wake();
 }
 
-void ChatStream::finish() {
+void ChatStream::finish()
+{
     if (m_finished)
         return;
     m_finished = true;
     wake();
 }
 
-void ChatStream::fail(const ProviderError &error) {
+void ChatStream::fail(const ProviderError &error)
+{
     if (m_finished)
         return;
     m_error = error;
@@ -42,7 +47,8 @@ void ChatStream::fail(const ProviderError &error) {
     wake();
 }
 
-QCoro::Task<ChatStream::Item> ChatStream::next() {
+QCoro::Task<ChatStream::Item> ChatStream::next()
+{
     // Keeps the stream alive while the consumer waits, whoever else lets go of it.
     auto self = shared_from_this_guard();
     for (;;) {
@@ -59,7 +65,8 @@ QCoro::Task<ChatStream::Item> ChatStream::next() {
     }
 }
 
-void ChatStream::cancel() {
+void ChatStream::cancel()
+{
     if (m_cancelled)
         return;
     m_cancelled = true;

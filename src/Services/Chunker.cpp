@@ -12,17 +12,20 @@ constexpr int ChunkOverlap = 30;
 constexpr int SummaryWords = 20;
 
 // Line breaks for the row cutter: LF, VT, FF, CR, NEL, LS and PS.
-bool isLineBreak(QChar c) {
+bool isLineBreak(QChar c)
+{
     const char16_t u = c.unicode();
     return (u >= 0x0A && u <= 0x0D) || u == 0x85 || u == 0x2028 || u == 0x2029;
 }
 
 // Blanks inside a line: tab and the space separators, not line breaks.
-bool isBlank(QChar c) {
+bool isBlank(QChar c)
+{
     return c == QLatin1Char('\t') || c.category() == QChar::Separator_Space;
 }
 
-QStringView trimBlanks(QStringView s) {
+QStringView trimBlanks(QStringView s)
+{
     qsizetype begin = 0, end = s.size();
     while (begin < end && isBlank(s[begin]))
         ++begin;
@@ -31,20 +34,23 @@ QStringView trimBlanks(QStringView s) {
     return s.sliced(begin, end - begin);
 }
 
-QStringList splitTabs(QStringView line) {
+QStringList splitTabs(QStringView line)
+{
     QStringList cells;
     for (QStringView cell : line.split(QLatin1Char('\t')))
         cells.append(cell.toString());
     return cells;
 }
 
-QString removeAll(QString s, QLatin1String what) {
+QString removeAll(QString s, QLatin1String what)
+{
     return s.remove(what);
 }
 
 } // namespace
 
-QStringList Chunker::words(QStringView text, qsizetype limit) {
+QStringList Chunker::words(QStringView text, qsizetype limit)
+{
     QStringList found;
     qsizetype start = -1;
     for (qsizetype i = 0; i <= text.size() && found.size() < limit; ++i) {
@@ -60,7 +66,8 @@ QStringList Chunker::words(QStringView text, qsizetype limit) {
     return found;
 }
 
-qsizetype Chunker::wordCount(QStringView text) {
+qsizetype Chunker::wordCount(QStringView text)
+{
     qsizetype count = 0;
     bool inWord = false;
     for (QChar c : text) {
@@ -72,7 +79,8 @@ qsizetype Chunker::wordCount(QStringView text) {
     return count;
 }
 
-QStringList Chunker::simpleChunkText(const QString &text, int chunkSize, int overlap) {
+QStringList Chunker::simpleChunkText(const QString &text, int chunkSize, int overlap)
+{
     Q_UNUSED(overlap) // the carried paragraph is the overlap
     QStringList chunks;
     QList<QStringView> current;
@@ -107,7 +115,8 @@ QStringList Chunker::simpleChunkText(const QString &text, int chunkSize, int ove
     return chunks;
 }
 
-Chunker::RowChunks Chunker::rowLevelChunk(const QString &text) {
+Chunker::RowChunks Chunker::rowLevelChunk(const QString &text)
+{
     RowChunks result;
     QString tableName;
     QStringList headers;
@@ -166,7 +175,8 @@ Chunker::RowChunks Chunker::rowLevelChunk(const QString &text) {
     return result;
 }
 
-Chunker::ChunkPlan Chunker::plan(const QString &fileName, const QString &text) {
+Chunker::ChunkPlan Chunker::plan(const QString &fileName, const QString &text)
+{
     ChunkPlan plan;
     const QString extension = TextExtraction::lowerExtension(fileName);
     if (extension == QLatin1String("xlsx") || extension == QLatin1String("csv")) {

@@ -12,14 +12,16 @@
 
 namespace {
 
-std::mutex &logMutex() {
+std::mutex &logMutex()
+{
     static std::mutex mutex;
     return mutex;
 }
 
 // Qt has no medium time style: the long one without its time-zone field is the same thing. The
 // derivation is remembered per locale, since a test or the user may switch the default one.
-QString mediumTimeFormat(const QLocale &locale) {
+QString mediumTimeFormat(const QLocale &locale)
+{
     thread_local QString cachedName;
     thread_local QString cachedFormat;
     if (cachedFormat.isEmpty() || cachedName != locale.name()) {
@@ -34,23 +36,27 @@ QString mediumTimeFormat(const QLocale &locale) {
 
 } // namespace
 
-QString DebugLog::filePath() {
+QString DebugLog::filePath()
+{
     return QDir::homePath() + QStringLiteral("/Desktop/quillmoor_debug.log");
 }
 
-QString DebugLog::timeOfDay() {
+QString DebugLog::timeOfDay()
+{
     const QLocale locale;
     return locale.toString(QTime::currentTime(), mediumTimeFormat(locale));
 }
 
-void DebugLog::start() {
+void DebugLog::start()
+{
     std::lock_guard lock(logMutex());
     QFile file(filePath());
     if (file.open(QIODevice::WriteOnly | QIODevice::Truncate))
         file.write("=== QuillmoorMinimal RAG Debug Log ===\n");
 }
 
-void DebugLog::log(const QString &message) {
+void DebugLog::log(const QString &message)
+{
     const QString entry = QLatin1Char('[') + timeOfDay() + QStringLiteral("] ") + message + QLatin1Char('\n');
     const QByteArray bytes = entry.toUtf8();
     std::lock_guard lock(logMutex());

@@ -6,12 +6,14 @@
 
 namespace {
 
-ProviderError missing(const QString &key) {
+ProviderError missing(const QString &key)
+{
     return {EmbeddingResponse::DecodingDomain, EmbeddingResponse::KeyNotFound,
             QStringLiteral("The data couldn't be read because it is missing: \"%1\".").arg(key)};
 }
 
-ProviderError mismatch(const QString &where, const QString &expected) {
+ProviderError mismatch(const QString &where, const QString &expected)
+{
     return {EmbeddingResponse::DecodingDomain, EmbeddingResponse::TypeMismatch,
             QStringLiteral("The data couldn't be read because it isn't in the correct format: %1 is not %2.")
                 .arg(where, expected)};
@@ -19,7 +21,8 @@ ProviderError mismatch(const QString &where, const QString &expected) {
 
 } // namespace
 
-std::variant<QList<QList<double>>, ProviderError> EmbeddingResponse::decode(const QByteArray &body) {
+std::variant<QList<QList<double>>, ProviderError> EmbeddingResponse::decode(const QByteArray &body)
+{
     QJsonParseError parseError{};
     const QJsonDocument document = QJsonDocument::fromJson(body, &parseError);
     if (parseError.error != QJsonParseError::NoError)

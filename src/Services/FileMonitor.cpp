@@ -18,25 +18,29 @@ constexpr uint32_t WatchedMask = IN_MODIFY | IN_DELETE_SELF | IN_MOVE_SELF;
 
 FileMonitor::FileMonitor(QObject *parent)
     : QObject(parent)
-    , m_fd(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
+    , m_fd(inotify_init1(IN_NONBLOCK | IN_CLOEXEC))
+{
     if (m_fd >= 0) {
         m_notifier = new QSocketNotifier(m_fd, QSocketNotifier::Read, this);
         connect(m_notifier, &QSocketNotifier::activated, this, &FileMonitor::readEvents);
     }
 }
 
-FileMonitor::~FileMonitor() {
+FileMonitor::~FileMonitor()
+{
     delete m_notifier;
     // Closing the instance drops every watch with it.
     if (m_fd >= 0)
         ::close(m_fd);
 }
 
-QString FileMonitor::describe(int events) {
+QString FileMonitor::describe(int events)
+{
     return QStringLiteral("FileSystemEvent(rawValue: %1)").arg(events);
 }
 
-void FileMonitor::startMonitoring(const QUrl &url) {
+void FileMonitor::startMonitoring(const QUrl &url)
+{
     stopMonitoring(url);
     const QString path = url.toLocalFile();
     const int wd = m_fd < 0 || path.isEmpty()
@@ -51,7 +55,8 @@ void FileMonitor::startMonitoring(const QUrl &url) {
     ContextManager::log(QStringLiteral("👁️ Started monitoring: ") + url.fileName());
 }
 
-void FileMonitor::stopMonitoring(const QUrl &url) {
+void FileMonitor::stopMonitoring(const QUrl &url)
+{
     const auto it = m_watches.find(url);
     if (it == m_watches.end())
         return;
@@ -63,7 +68,8 @@ void FileMonitor::stopMonitoring(const QUrl &url) {
     inotify_rm_watch(m_fd, wd);
 }
 
-void FileMonitor::readEvents() {
+void FileMonitor::readEvents()
+{
     alignas(inotify_event) char buffer[16 * 1024];
     // Several events of one file read together count as one set, as an event source coalesces them.
     QList<int> order;
@@ -96,7 +102,8 @@ void FileMonitor::readEvents() {
     }
 }
 
-void FileMonitor::react(const QUrl &url, int events) {
+void FileMonitor::react(const QUrl &url, int events)
+{
     const QString name = url.fileName();
     ContextManager::log(QStringLiteral("🔔 File event [") + describe(events) + QStringLiteral("] for ") +
                         name);

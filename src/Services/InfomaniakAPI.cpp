@@ -18,14 +18,16 @@
 
 namespace {
 
-QString providerRoot() {
+QString providerRoot()
+{
     return QStringLiteral(QUILLMOOR_PROVIDER_ROOT);
 }
 
 // Lets the caller return before any work of the turn starts, as a background task would.
 struct NextEventLoopTurn {
     bool await_ready() const noexcept { return false; }
-    void await_suspend(std::coroutine_handle<> handle) const {
+    void await_suspend(std::coroutine_handle<> handle) const
+    {
         QTimer::singleShot(0, QCoreApplication::instance(), [handle] { handle.resume(); });
     }
     void await_resume() const noexcept {}
@@ -34,7 +36,8 @@ struct NextEventLoopTurn {
 // Started outside the coroutine: g++ 12 mishandles lambdas that capture a coroutine's locals.
 QFuture<ChatRequest::Body> buildInBackground(const QString &model, const QString &systemMessage,
                                              const QList<HistoryEntry> &history, const QString &message,
-                                             const QList<Attachment> &attachments) {
+                                             const QList<Attachment> &attachments)
+{
     return QtConcurrent::run(
         [=] { return ChatRequest::build(model, systemMessage, history, message, attachments); });
 }
@@ -44,9 +47,12 @@ QFuture<ChatRequest::Body> buildInBackground(const QString &model, const QString
 InfomaniakAPI::InfomaniakAPI(const QString &apiKey, const QString &productId)
     : m_apiKey(apiKey)
     , m_productId(productId)
-    , m_baseURL(providerRoot() + QStringLiteral("/2/ai/") + productId + QStringLiteral("/openai/v1")) {}
+    , m_baseURL(providerRoot() + QStringLiteral("/2/ai/") + productId + QStringLiteral("/openai/v1"))
+{
+}
 
-InfomaniakAPI InfomaniakAPI::fromEnvironment() {
+InfomaniakAPI InfomaniakAPI::fromEnvironment()
+{
     const QString key = qEnvironmentVariableIsSet("QUILLMOOR_API_KEY")
                             ? qEnvironmentVariable("QUILLMOOR_API_KEY")
                             : QStringLiteral(QUILLMOOR_API_TOKEN);
@@ -60,7 +66,8 @@ InfomaniakAPI InfomaniakAPI::fromEnvironment() {
     return api;
 }
 
-QNetworkAccessManager &InfomaniakAPI::network() {
+QNetworkAccessManager &InfomaniakAPI::network()
+{
     static QNetworkAccessManager *manager = [] {
         auto *m = new QNetworkAccessManager(QCoreApplication::instance());
         m->setAutoDeleteReplies(false);
@@ -69,7 +76,8 @@ QNetworkAccessManager &InfomaniakAPI::network() {
     return *manager;
 }
 
-std::optional<QString> InfomaniakAPI::extractText(const QUrl &url) {
+std::optional<QString> InfomaniakAPI::extractText(const QUrl &url)
+{
     return TextExtraction::forAttachment(url.toLocalFile());
 }
 
@@ -77,7 +85,8 @@ std::shared_ptr<ChatStream>
 InfomaniakAPI::sendStreamingMessage(const QString &message, const QList<Attachment> &attachments,
                                     const QList<DocumentChunk> &externalChunks, const QString &model,
                                     const std::optional<QString> &systemPrompt,
-                                    const QList<HistoryEntry> &conversationHistory) const {
+                                    const QList<HistoryEntry> &conversationHistory) const
+{
     auto stream = ChatStream::create();
     runTurn(*this, stream, message, attachments, externalChunks, model, systemPrompt, conversationHistory);
     return stream;
@@ -86,7 +95,8 @@ InfomaniakAPI::sendStreamingMessage(const QString &message, const QList<Attachme
 QCoro::Task<> InfomaniakAPI::runTurn(InfomaniakAPI api, std::shared_ptr<ChatStream> stream, QString message,
                                      QList<Attachment> attachments, QList<DocumentChunk> externalChunks,
                                      QString model, std::optional<QString> systemPrompt,
-                                     QList<HistoryEntry> history) {
+                                     QList<HistoryEntry> history)
+{
     co_await NextEventLoopTurn{};
     Console::line(QStringLiteral("Stream: Starting request for model %1... with %2 attachments")
                       .arg(model)

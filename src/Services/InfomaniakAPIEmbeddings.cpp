@@ -21,12 +21,14 @@ namespace {
 
 // Errors that come from the HTTP status line rather than from the connection; those are answered below
 // with the provider's own error, everything else is the transport's.
-bool isHttpStatusError(QNetworkReply::NetworkError error) {
+bool isHttpStatusError(QNetworkReply::NetworkError error)
+{
     return (error >= QNetworkReply::ContentAccessDenied && error <= QNetworkReply::UnknownContentError) ||
            (error >= QNetworkReply::InternalServerError && error <= QNetworkReply::UnknownServerError);
 }
 
-QString bodyText(const QByteArray &body) {
+QString bodyText(const QByteArray &body)
+{
     QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
     QString text = decoder(body);
     return decoder.hasError() ? QStringLiteral("Unknown error") : text;
@@ -35,7 +37,8 @@ QString bodyText(const QByteArray &body) {
 } // namespace
 
 QCoro::Task<EmbeddingsResult> InfomaniakAPI::createEmbeddings(const QStringList &texts, const QString &model,
-                                                              const QString &mode) const {
+                                                              const QString &mode) const
+{
     Console::line(
         QStringLiteral("🔢 Embedding %1 texts with model=%2 mode=%3").arg(texts.size()).arg(model, mode));
 

@@ -126,7 +126,8 @@ private:
                     m_p += 5;
                     continue;
                 }
-                if (e != '"' && e != '\\' && e != '/' && e != 'b' && e != 'f' && e != 'n' && e != 'r' && e != 't')
+                if (e != '"' && e != '\\' && e != '/' && e != 'b' && e != 'f' && e != 'n' && e != 'r' &&
+                    e != 't')
                     return false;
             }
             ++m_p;
@@ -169,13 +170,20 @@ private:
         if (m_p == m_end)
             return false;
         switch (*m_p) {
-        case '{': return object(depth + 1, nullptr);
-        case '[': return array(depth + 1, nullptr);
-        case '"': return string();
-        case 't': return literal("true");
-        case 'f': return literal("false");
-        case 'n': return literal("null");
-        default: return number();
+        case '{':
+            return object(depth + 1, nullptr);
+        case '[':
+            return array(depth + 1, nullptr);
+        case '"':
+            return string();
+        case 't':
+            return literal("true");
+        case 'f':
+            return literal("false");
+        case 'n':
+            return literal("null");
+        default:
+            return number();
         }
     }
 
@@ -355,14 +363,30 @@ std::optional<QString> decode(QByteArrayView raw, bool escapes)
         const char e = p[1];
         p += 2;
         switch (e) {
-        case '"': out += QLatin1Char('"'); break;
-        case '\\': out += QLatin1Char('\\'); break;
-        case '/': out += QLatin1Char('/'); break;
-        case 'b': out += QLatin1Char('\b'); break;
-        case 'f': out += QLatin1Char('\f'); break;
-        case 'n': out += QLatin1Char('\n'); break;
-        case 'r': out += QLatin1Char('\r'); break;
-        case 't': out += QLatin1Char('\t'); break;
+        case '"':
+            out += QLatin1Char('"');
+            break;
+        case '\\':
+            out += QLatin1Char('\\');
+            break;
+        case '/':
+            out += QLatin1Char('/');
+            break;
+        case 'b':
+            out += QLatin1Char('\b');
+            break;
+        case 'f':
+            out += QLatin1Char('\f');
+            break;
+        case 'n':
+            out += QLatin1Char('\n');
+            break;
+        case 'r':
+            out += QLatin1Char('\r');
+            break;
+        case 't':
+            out += QLatin1Char('\t');
+            break;
         case 'u': {
             const ushort unit = QByteArrayView(p, 4).toUShort(nullptr, 16);
             p += 4;
@@ -382,7 +406,8 @@ std::optional<QString> decode(QByteArrayView raw, bool escapes)
             }
             break;
         }
-        default: return std::nullopt;
+        default:
+            return std::nullopt;
         }
         run = p;
     }
@@ -400,8 +425,8 @@ JsonDeltaScanner::Result JsonDeltaScanner::scan(QByteArrayView json)
         return {};
     if (!valid)
         return {}; // malformed events are rare: Qt's parser has the last word on them
-    if (!scanner.choicesIsArray || scanner.choiceCount == 0 || !scanner.choicesAllObjects || !scanner.deltaIsObject ||
-        !scanner.contentRaw)
+    if (!scanner.choicesIsArray || scanner.choiceCount == 0 || !scanner.choicesAllObjects ||
+        !scanner.deltaIsObject || !scanner.contentRaw)
         return {Outcome::NoContent, {}};
     const std::optional<QString> content = decode(*scanner.contentRaw, scanner.contentHasEscapes);
     if (!content)

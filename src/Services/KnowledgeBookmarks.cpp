@@ -18,30 +18,35 @@ namespace {
 const QString Format = QStringLiteral("quillmoor-bookmark");
 constexpr int Version = 1;
 
-QString machineIdentity() {
+QString machineIdentity()
+{
     const QByteArray id = QSysInfo::machineUniqueId();
     return id.isEmpty() ? QSysInfo::machineHostName() : QString::fromLatin1(id);
 }
 
 // The inode tells a file that was replaced under the same path (the bookmark is then stale).
-QString fileIdentity(const QString &path) {
+QString fileIdentity(const QString &path)
+{
     struct stat info {};
     if (::stat(QFileInfo(path).absoluteFilePath().toLocal8Bit().constData(), &info) != 0)
         return {};
     return QStringLiteral("%1:%2").arg(quint64(info.st_dev)).arg(quint64(info.st_ino));
 }
 
-QString yesNo(bool value) {
+QString yesNo(bool value)
+{
     return value ? QStringLiteral("true") : QStringLiteral("false");
 }
 
 } // namespace
 
-QString KnowledgeBookmarks::Error::fullText() const {
+QString KnowledgeBookmarks::Error::fullText() const
+{
     return QStringLiteral("Error Domain=QuillmoorBookmark Code=%1 \"%2\"").arg(code).arg(description);
 }
 
-std::variant<QByteArray, KnowledgeBookmarks::Error> KnowledgeBookmarks::create(const QUrl &url) {
+std::variant<QByteArray, KnowledgeBookmarks::Error> KnowledgeBookmarks::create(const QUrl &url)
+{
     if (!url.isLocalFile())
         return Error{Error::NotAFile, QStringLiteral("The location “%1” is not a file.").arg(url.toString())};
     const QString path = QFileInfo(url.toLocalFile()).absoluteFilePath();
@@ -58,7 +63,8 @@ std::variant<QByteArray, KnowledgeBookmarks::Error> KnowledgeBookmarks::create(c
 }
 
 std::variant<KnowledgeBookmarks::Resolved, KnowledgeBookmarks::Error>
-KnowledgeBookmarks::resolve(const QByteArray &bookmark) {
+KnowledgeBookmarks::resolve(const QByteArray &bookmark)
+{
     const QJsonObject record = QJsonDocument::fromJson(bookmark).object();
     const QString path = record.value(QLatin1String("path")).toString();
     if (record.value(QLatin1String("format")).toString() != Format ||
@@ -71,7 +77,8 @@ KnowledgeBookmarks::resolve(const QByteArray &bookmark) {
     return Resolved{QUrl::fromLocalFile(path), stale};
 }
 
-QList<QByteArray> KnowledgeBookmarks::decodeList(const QByteArray &stored) {
+QList<QByteArray> KnowledgeBookmarks::decodeList(const QByteArray &stored)
+{
     QJsonParseError error{};
     const QJsonDocument document = QJsonDocument::fromJson(stored, &error);
     if (error.error != QJsonParseError::NoError || !document.isArray())
@@ -89,7 +96,8 @@ QList<QByteArray> KnowledgeBookmarks::decodeList(const QByteArray &stored) {
     return bookmarks;
 }
 
-QByteArray KnowledgeBookmarks::encodeList(const QList<QByteArray> &bookmarks) {
+QByteArray KnowledgeBookmarks::encodeList(const QList<QByteArray> &bookmarks)
+{
     QJsonArray array;
     for (const QByteArray &bookmark : bookmarks)
         array.append(QString::fromLatin1(bookmark.toBase64()));
@@ -97,7 +105,8 @@ QByteArray KnowledgeBookmarks::encodeList(const QList<QByteArray> &bookmarks) {
     return QJsonDocument(array).toJson(QJsonDocument::Compact).replace("/", "\\/");
 }
 
-QList<QUrl> KnowledgeBookmarks::getKnowledgeURLs(AppSettings &settings) {
+QList<QUrl> KnowledgeBookmarks::getKnowledgeURLs(AppSettings &settings)
+{
     const QList<QByteArray> stored = decodeList(settings.knowledgeBookmarksData());
     QList<QUrl> urls;
     QList<QByteArray> kept;
@@ -134,7 +143,8 @@ QList<QUrl> KnowledgeBookmarks::getKnowledgeURLs(AppSettings &settings) {
 }
 
 void KnowledgeBookmarks::addKnowledgeFile(AppSettings &settings, const QUrl &url,
-                                          ContextManager &contextManager) {
+                                          ContextManager &contextManager)
+{
     // Outside a sandbox the short access around creating the bookmark has nothing to end.
     SecurityScope::startAccessing(url.toLocalFile());
     const auto created = create(url);
@@ -151,7 +161,8 @@ void KnowledgeBookmarks::addKnowledgeFile(AppSettings &settings, const QUrl &url
 }
 
 void KnowledgeBookmarks::removeKnowledgeFile(AppSettings &settings, int index, const QUrl &url,
-                                             ContextManager &contextManager) {
+                                             ContextManager &contextManager)
+{
     contextManager.removeFile(url);
     QList<QByteArray> stored = decodeList(settings.knowledgeBookmarksData());
     if (index < 0 || index >= stored.size())
@@ -160,7 +171,8 @@ void KnowledgeBookmarks::removeKnowledgeFile(AppSettings &settings, int index, c
     settings.setKnowledgeBookmarksData(encodeList(stored));
 }
 
-QUrl KnowledgeBookmarks::resolveBookmark(const QByteArray &bookmark) {
+QUrl KnowledgeBookmarks::resolveBookmark(const QByteArray &bookmark)
+{
     const auto resolved = resolve(bookmark);
     const Resolved *ok = std::get_if<Resolved>(&resolved);
     if (!ok)

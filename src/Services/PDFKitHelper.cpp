@@ -14,7 +14,8 @@ namespace {
 
 // The engine reports every repair it makes on stderr; a damaged file is ordinary input here, and the
 // one line that matters is our own.
-void silenceEngine() {
+void silenceEngine()
+{
     static std::once_flag once;
     std::call_once(
         once, [] { Poppler::setDebugErrorFunction([](const QString &, const QVariant &) {}, QVariant()); });
@@ -22,7 +23,8 @@ void silenceEngine() {
 
 } // namespace
 
-std::optional<QString> PDFKitHelper::extractText(const QString &path) {
+std::optional<QString> PDFKitHelper::extractText(const QString &path)
+{
     silenceEngine();
     const QString fileName = QFileInfo(path).fileName();
     std::unique_ptr<Poppler::Document> document;

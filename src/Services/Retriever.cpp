@@ -18,7 +18,8 @@ namespace {
 
 const QString ShortenedMarker = QStringLiteral("\n[... gekürzt ...]");
 
-bool isAlphanumeric(char32_t c) {
+bool isAlphanumeric(char32_t c)
+{
     switch (QChar::category(c)) {
     case QChar::Letter_Uppercase:
     case QChar::Letter_Lowercase:
@@ -37,14 +38,16 @@ bool isAlphanumeric(char32_t c) {
     }
 }
 
-double norm(const double *v, qsizetype n) {
+double norm(const double *v, qsizetype n)
+{
     double sum = 0.0;
     for (qsizetype i = 0; i < n; ++i)
         sum += v[i] * v[i];
     return std::sqrt(sum);
 }
 
-QString threeDecimals(double value) {
+QString threeDecimals(double value)
+{
     return QString::number(value, 'f', 3);
 }
 
@@ -57,7 +60,8 @@ struct Match {
 // thread pool; the snapshot and the chunks are its own copies.
 std::optional<QString> assemble(const QList<double> &query, const QList<DocumentChunk> &chunks,
                                 std::shared_ptr<const KnowledgeSnapshot> snapshot,
-                                const QList<QUrl> &filenameMatches, const QString &systemPrompt) {
+                                const QList<QUrl> &filenameMatches, const QString &systemPrompt)
+{
     // Chunks handed over unchanged from the knowledge base come with their norms.
     const bool sameChunks = chunks.constData() == snapshot->globalChunks.constData() &&
                             chunks.size() == snapshot->globalNorms.size();
@@ -142,7 +146,8 @@ std::optional<QString> assemble(const QList<double> &query, const QList<Document
 
 } // namespace
 
-double Retriever::cosineSimilarity(const QList<double> &a, const QList<double> &b) {
+double Retriever::cosineSimilarity(const QList<double> &a, const QList<double> &b)
+{
     if (a.size() != b.size())
         return 0.0;
     double dot = 0.0;
@@ -152,7 +157,8 @@ double Retriever::cosineSimilarity(const QList<double> &a, const QList<double> &
 }
 
 QList<double> Retriever::scoreAll(const QList<double> &query, const QList<DocumentChunk> &chunks,
-                                  const QList<double> &norms) {
+                                  const QList<double> &norms)
+{
     const qsizetype n = chunks.size();
     const qsizetype dims = query.size();
     const double *q = query.constData();
@@ -209,7 +215,8 @@ QList<double> Retriever::scoreAll(const QList<double> &query, const QList<Docume
     return scores;
 }
 
-QSet<QString> Retriever::words(const QString &text) {
+QSet<QString> Retriever::words(const QString &text)
+{
     QSet<QString> result;
     const QString lowered = text.toLower();
     QString piece;
@@ -237,7 +244,8 @@ QSet<QString> Retriever::words(const QString &text) {
 
 QCoro::Task<std::optional<QString>>
 Retriever::knowledgeSystemMessage(const InfomaniakAPI &api, const QString &message,
-                                  const QList<DocumentChunk> &externalChunks, const QString &systemPrompt) {
+                                  const QList<DocumentChunk> &externalChunks, const QString &systemPrompt)
+{
     if (externalChunks.isEmpty()) {
         ContextManager::log(
             QStringLiteral("⚠️ RAG: No external chunks available (globalChunks is empty)"));

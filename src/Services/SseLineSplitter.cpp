@@ -3,7 +3,8 @@
 #include <cstring>
 #include <utility>
 
-bool SseLineSplitter::emitLine(QByteArrayView bytes, const LineHandler &onLine) {
+bool SseLineSplitter::emitLine(QByteArrayView bytes, const LineHandler &onLine)
+{
     if (m_overlong) {
         m_overlong = false;
         ++m_dropped;
@@ -12,7 +13,8 @@ bool SseLineSplitter::emitLine(QByteArrayView bytes, const LineHandler &onLine) 
     return onLine(bytes);
 }
 
-bool SseLineSplitter::feed(QByteArrayView bytes, const LineHandler &onLine) {
+bool SseLineSplitter::feed(QByteArrayView bytes, const LineHandler &onLine)
+{
     const char *data = bytes.data();
     const qsizetype size = bytes.size();
     qsizetype pos = 0;
@@ -63,7 +65,8 @@ bool SseLineSplitter::feed(QByteArrayView bytes, const LineHandler &onLine) {
     return true;
 }
 
-bool SseLineSplitter::finish(const LineHandler &onLine) {
+bool SseLineSplitter::finish(const LineHandler &onLine)
+{
     m_pendingCR = false;
     if (m_partial.isEmpty() && !m_overlong)
         return true;

@@ -33,9 +33,12 @@ StreamEvent StreamEvent::parse(QByteArrayView line)
     // Most events are plain, well-formed JSON: a single pass finds the piece without building a document.
     const JsonDeltaScanner::Result scanned = JsonDeltaScanner::scan(*data);
     switch (scanned.outcome) {
-    case JsonDeltaScanner::Outcome::Content: return {Kind::Piece, scanned.content};
-    case JsonDeltaScanner::Outcome::NoContent: return {};
-    case JsonDeltaScanner::Outcome::Unsure: break;
+    case JsonDeltaScanner::Outcome::Content:
+        return {Kind::Piece, scanned.content};
+    case JsonDeltaScanner::Outcome::NoContent:
+        return {};
+    case JsonDeltaScanner::Outcome::Unsure:
+        break;
     }
     return parseWithDocument(line);
 }

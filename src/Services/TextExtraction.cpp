@@ -14,12 +14,14 @@ namespace {
 
 constexpr qsizetype AttachmentLimit = 30000;
 
-qsizetype extensionDot(const QString &fileName) {
+qsizetype extensionDot(const QString &fileName)
+{
     const qsizetype dot = fileName.lastIndexOf(QLatin1Char('.'));
     return dot <= 0 || dot == fileName.size() - 1 ? -1 : dot;
 }
 
-std::optional<QString> byExtension(const QString &path) {
+std::optional<QString> byExtension(const QString &path)
+{
     const QString extension = TextExtraction::lowerExtension(QFileInfo(path).fileName());
     if (extension == QLatin1String("pdf"))
         return PDFKitHelper::extractText(path);
@@ -30,17 +32,20 @@ std::optional<QString> byExtension(const QString &path) {
 
 } // namespace
 
-QString TextExtraction::lowerExtension(const QString &fileName) {
+QString TextExtraction::lowerExtension(const QString &fileName)
+{
     const qsizetype dot = extensionDot(fileName);
     return dot < 0 ? QString() : fileName.mid(dot + 1).toLower();
 }
 
-QString TextExtraction::nameWithoutExtension(const QString &fileName) {
+QString TextExtraction::nameWithoutExtension(const QString &fileName)
+{
     const qsizetype dot = extensionDot(fileName);
     return dot < 0 ? fileName : fileName.left(dot);
 }
 
-std::optional<QString> TextExtraction::readUtf8(const QString &path) {
+std::optional<QString> TextExtraction::readUtf8(const QString &path)
+{
     // Devices and pipes have no end we could trust; only regular files are read.
     if (!QFileInfo(path).isFile())
         return std::nullopt;
@@ -58,7 +63,8 @@ std::optional<QString> TextExtraction::readUtf8(const QString &path) {
     return text;
 }
 
-std::optional<QString> TextExtraction::forKnowledge(const QString &path) {
+std::optional<QString> TextExtraction::forKnowledge(const QString &path)
+{
     const bool accessing = SecurityScope::startAccessing(path);
     Console::line(QStringLiteral("Extracting text from: ") + QFileInfo(path).fileName() +
                   QStringLiteral(" (accessing: ") +
@@ -66,7 +72,8 @@ std::optional<QString> TextExtraction::forKnowledge(const QString &path) {
     return byExtension(path);
 }
 
-std::optional<QString> TextExtraction::forAttachment(const QString &path) {
+std::optional<QString> TextExtraction::forAttachment(const QString &path)
+{
     SecurityScope::startAccessing(path);
     QString text = byExtension(path).value_or(QString());
     if (Graphemes::longerThan(text, AttachmentLimit)) {

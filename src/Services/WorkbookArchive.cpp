@@ -12,31 +12,37 @@ namespace {
 constexpr qint64 ChunkBytes = qint64(1) << 20;
 constexpr qint64 MaxReserveBytes = qint64(64) << 20;
 
-QString mebibytes(qint64 bytes) {
+QString mebibytes(qint64 bytes)
+{
     return QString::number(bytes >> 20) + QStringLiteral(" MiB");
 }
 
 } // namespace
 
 WorkbookArchive::WorkbookArchive(const QString &path)
-    : WorkbookArchive(path, Limits()) {}
+    : WorkbookArchive(path, Limits())
+{
+}
 
 WorkbookArchive::WorkbookArchive(const QString &path, Limits limits)
-    : m_limits(limits) {
+    : m_limits(limits)
+{
     int error = 0;
     m_zip = zip_open(QFile::encodeName(path).constData(), ZIP_RDONLY, &error);
     if (m_zip)
         checkDeclaredSizes();
 }
 
-WorkbookArchive::~WorkbookArchive() {
+WorkbookArchive::~WorkbookArchive()
+{
     if (m_zip)
         zip_discard(m_zip);
 }
 
 // The central directory is checked before anything is inflated: a bomb is refused on its own word.
 // Parts whose directory entries lie are caught again while they are read.
-bool WorkbookArchive::checkDeclaredSizes() {
+bool WorkbookArchive::checkDeclaredSizes()
+{
     const zip_int64_t count = zip_get_num_entries(m_zip, 0);
     qint64 total = 0;
     for (zip_int64_t i = 0; i < count; ++i) {
@@ -68,7 +74,8 @@ bool WorkbookArchive::checkDeclaredSizes() {
     return true;
 }
 
-QStringList WorkbookArchive::list(const QString &folder) const {
+QStringList WorkbookArchive::list(const QString &folder) const
+{
     QStringList names;
     if (!m_zip)
         return names;
@@ -91,7 +98,8 @@ QStringList WorkbookArchive::list(const QString &folder) const {
     return names;
 }
 
-WorkbookArchive::Part WorkbookArchive::read(const QString &name) {
+WorkbookArchive::Part WorkbookArchive::read(const QString &name)
+{
     Part part;
     if (!m_zip || !m_limitError.isEmpty())
         return part;

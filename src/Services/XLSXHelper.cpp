@@ -34,7 +34,8 @@ constexpr auto LineOptions = QRegularExpression::UseUnicodePropertiesOption;
 constexpr auto DotAllOptions =
     QRegularExpression::UseUnicodePropertiesOption | QRegularExpression::DotMatchesEverythingOption;
 
-std::optional<QString> decodeUtf8(const QByteArray &bytes) {
+std::optional<QString> decodeUtf8(const QByteArray &bytes)
+{
     QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
     QString text = decoder.decode(bytes);
     if (decoder.hasError())
@@ -42,7 +43,8 @@ std::optional<QString> decodeUtf8(const QByteArray &bytes) {
     return text;
 }
 
-QStringList firstGroups(const QRegularExpression &re, const QString &text) {
+QStringList firstGroups(const QRegularExpression &re, const QString &text)
+{
     QStringList found;
     for (auto it = re.globalMatch(text); it.hasNext();)
         found.append(it.next().captured(1));
@@ -51,7 +53,8 @@ QStringList firstGroups(const QRegularExpression &re, const QString &text) {
 
 // A shared-string index: ASCII decimal digits only; anything else (other scripts' digits, overflow)
 // is not an index.
-std::optional<qsizetype> parseIndex(QStringView digits) {
+std::optional<qsizetype> parseIndex(QStringView digits)
+{
     qsizetype value = 0;
     for (QChar c : digits) {
         if (c < QLatin1Char('0') || c > QLatin1Char('9'))
@@ -65,7 +68,8 @@ std::optional<qsizetype> parseIndex(QStringView digits) {
 
 // strtod semantics ("1." and ".5" parse, "1.2.3" does not, overflow gives infinity) without the
 // process locale's decimal comma getting in the way.
-std::optional<double> parseNumber(QStringView text) {
+std::optional<double> parseNumber(QStringView text)
+{
     static const locale_t cLocale = newlocale(LC_ALL_MASK, "C", locale_t(nullptr));
     const QByteArray ascii = text.toLatin1();
     if (ascii.isEmpty())
@@ -77,19 +81,22 @@ std::optional<double> parseNumber(QStringView text) {
     return value;
 }
 
-QString logPrefix() {
+QString logPrefix()
+{
     return QStringLiteral("❌ Error extracting XLSX: ");
 }
 
 } // namespace
 
-QString XLSXHelper::formatNumber(double value) {
+QString XLSXHelper::formatNumber(double value)
+{
     char buffer[64];
     const auto result = std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::general, 6);
     return QString::fromLatin1(buffer, result.ptr - buffer);
 }
 
-void XLSXHelper::sortSheetFiles(QStringList &names) {
+void XLSXHelper::sortSheetFiles(QStringList &names)
+{
     // The user's collation with digit runs compared by value and case ignored, as a file manager sorts.
     UErrorCode status = U_ZERO_ERROR;
     std::unique_ptr<icu::Collator> collator(
@@ -113,7 +120,8 @@ void XLSXHelper::sortSheetFiles(QStringList &names) {
     });
 }
 
-std::optional<QString> XLSXHelper::extractText(const QString &path) {
+std::optional<QString> XLSXHelper::extractText(const QString &path)
+{
     SecurityScope::startAccessing(path); // nothing to end on this platform
     QString result;
     const auto fail = [&](const QString &description) -> std::optional<QString> {

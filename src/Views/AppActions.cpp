@@ -5,11 +5,13 @@
 
 #include <QCoreApplication>
 
-void AppActions::openSettings() {
+void AppActions::openSettings()
+{
     Console::line(QStringLiteral("Settings button clicked - Posting Notification"));
     Notifier::instance().post(Notifier::OpenSettings);
 }
 
-void AppActions::quit() {
+void AppActions::quit()
+{
     QCoreApplication::quit();
 }

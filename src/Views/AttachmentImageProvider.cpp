@@ -4,11 +4,14 @@
 
 AttachmentImageProvider::AttachmentImageProvider(ChatSession *session)
     : QQuickImageProvider(QQuickImageProvider::Image)
-    , m_session(session) {}
+    , m_session(session)
+{
+}
 
 // Image requests may come from the loader thread; the attachments live on the main thread and are only
 // read here, and their pictures are immutable once loaded.
-QImage AttachmentImageProvider::requestImage(const QString &id, QSize *size, const QSize &requestedSize) {
+QImage AttachmentImageProvider::requestImage(const QString &id, QSize *size, const QSize &requestedSize)
+{
     QImage image;
     if (m_session) {
         if (const Attachment *attachment = m_session->findAttachment(QUuid(id));

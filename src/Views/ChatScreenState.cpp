@@ -3,9 +3,12 @@
 #include "Chat/ChatSession.h"
 
 ChatScreenState::ChatScreenState(QObject *parent)
-    : QObject(parent) {}
+    : QObject(parent)
+{
+}
 
-void ChatScreenState::setSession(ChatSession *session) {
+void ChatScreenState::setSession(ChatSession *session)
+{
     if (m_session == session)
         return;
     for (const QMetaObject::Connection &c : std::as_const(m_connections))
@@ -30,11 +33,13 @@ void ChatScreenState::setSession(ChatSession *session) {
     emit sessionChanged();
 }
 
-bool ChatScreenState::lastMessageIsUser() const {
+bool ChatScreenState::lastMessageIsUser() const
+{
     return m_session && !m_session->messages()->isEmpty() && m_session->messages()->last().isUser();
 }
 
-void ChatScreenState::updateThinkingIndicator() {
+void ChatScreenState::updateThinkingIndicator()
+{
     const bool shows = m_session && m_session->isLoading() && lastMessageIsUser();
     if (shows == m_showsThinkingIndicator)
         return;
@@ -42,7 +47,8 @@ void ChatScreenState::updateThinkingIndicator() {
     emit showsThinkingIndicatorChanged();
 }
 
-void ChatScreenState::reportEndMarker(qreal markerY, qreal visibleHeight) {
+void ChatScreenState::reportEndMarker(qreal markerY, qreal visibleHeight)
+{
     if (!m_session)
         return;
     const bool atBottom = markerY <= visibleHeight + BottomSlack;
@@ -50,17 +56,20 @@ void ChatScreenState::reportEndMarker(qreal markerY, qreal visibleHeight) {
         m_session->setAtBottom(atBottom);
 }
 
-bool ChatScreenState::shouldFollowEnd() const {
+bool ChatScreenState::shouldFollowEnd() const
+{
     // A reader who scrolled up is left alone while an answer streams, but their own new message brings
     // them down.
     return m_session && (m_session->isAtBottom() || lastMessageIsUser());
 }
 
-bool ChatScreenState::acceptsDrag(const QList<QUrl> &urls) const {
+bool ChatScreenState::acceptsDrag(const QList<QUrl> &urls) const
+{
     return std::any_of(urls.cbegin(), urls.cend(), [](const QUrl &url) { return url.isLocalFile(); });
 }
 
-bool ChatScreenState::handleDrop(const QList<QUrl> &urls) {
+bool ChatScreenState::handleDrop(const QList<QUrl> &urls)
+{
     for (const QUrl &url : urls) {
         if (!url.isLocalFile() || !m_session)
             continue;
@@ -75,7 +84,8 @@ bool ChatScreenState::handleDrop(const QList<QUrl> &urls) {
     return true;
 }
 
-void ChatScreenState::removePendingAttachment(const QString &id) {
+void ChatScreenState::removePendingAttachment(const QString &id)
+{
     if (!m_session)
         return;
     const QUuid uuid(id);

@@ -5,9 +5,12 @@
 #include <QUrl>
 
 IconImageProvider::IconImageProvider()
-    : QQuickImageProvider(QQuickImageProvider::Image) {}
+    : QQuickImageProvider(QQuickImageProvider::Image)
+{
+}
 
-QImage IconImageProvider::render(const QString &name, const QColor &color, const QSize &size) {
+QImage IconImageProvider::render(const QString &name, const QColor &color, const QSize &size)
+{
     QSvgRenderer svg(QStringLiteral(":/qt/qml/Quillmoor/icons/%1.svg").arg(name));
     if (!svg.isValid() || size.isEmpty())
         return {};
@@ -21,7 +24,8 @@ QImage IconImageProvider::render(const QString &name, const QColor &color, const
     return image;
 }
 
-QImage IconImageProvider::requestImage(const QString &id, QSize *size, const QSize &requestedSize) {
+QImage IconImageProvider::requestImage(const QString &id, QSize *size, const QSize &requestedSize)
+{
     const QString decoded = QUrl::fromPercentEncoding(id.toUtf8());
     const qsizetype slash = decoded.indexOf(u'/');
     const QString name = slash < 0 ? decoded : decoded.left(slash);

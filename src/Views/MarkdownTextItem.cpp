@@ -9,9 +9,12 @@
 
 MarkdownTextItem::MarkdownTextItem(QObject *parent)
     : QObject(parent)
-    , m_font(Markdown::systemFont(14, QFont::Normal)) {}
+    , m_font(Markdown::systemFont(14, QFont::Normal))
+{
+}
 
-void MarkdownTextItem::setDocument(QQuickTextDocument *document) {
+void MarkdownTextItem::setDocument(QQuickTextDocument *document)
+{
     if (m_document == document)
         return;
     m_document = document;
@@ -24,7 +27,8 @@ void MarkdownTextItem::setDocument(QQuickTextDocument *document) {
     update();
 }
 
-void MarkdownTextItem::setText(const QString &text) {
+void MarkdownTextItem::setText(const QString &text)
+{
     if (m_text == text)
         return;
     m_text = text;
@@ -32,7 +36,8 @@ void MarkdownTextItem::setText(const QString &text) {
     update();
 }
 
-void MarkdownTextItem::setTextColor(const QColor &color) {
+void MarkdownTextItem::setTextColor(const QColor &color)
+{
     if (m_textColor == color)
         return;
     m_textColor = color;
@@ -40,7 +45,8 @@ void MarkdownTextItem::setTextColor(const QColor &color) {
     update();
 }
 
-void MarkdownTextItem::setAccentColor(const QColor &color) {
+void MarkdownTextItem::setAccentColor(const QColor &color)
+{
     if (m_accentColor == color)
         return;
     m_accentColor = color;
@@ -48,7 +54,8 @@ void MarkdownTextItem::setAccentColor(const QColor &color) {
     update();
 }
 
-void MarkdownTextItem::setFont(const QFont &font) {
+void MarkdownTextItem::setFont(const QFont &font)
+{
     if (m_font == font)
         return;
     m_font = font;
@@ -56,7 +63,8 @@ void MarkdownTextItem::setFont(const QFont &font) {
     update();
 }
 
-QColor MarkdownTextItem::selectionColor() const {
+QColor MarkdownTextItem::selectionColor() const
+{
     QColor color = m_accentColor.toRgb();
     if (!color.isValid())
         color = m_accentColor;
@@ -64,7 +72,8 @@ QColor MarkdownTextItem::selectionColor() const {
     return color;
 }
 
-void MarkdownTextItem::update() {
+void MarkdownTextItem::update()
+{
     QTextDocument *doc = m_document ? m_document->textDocument() : nullptr;
     if (!doc)
         return;
@@ -76,14 +85,16 @@ void MarkdownTextItem::update() {
     scheduleMeasure();
 }
 
-void MarkdownTextItem::scheduleMeasure() {
+void MarkdownTextItem::scheduleMeasure()
+{
     if (m_measureQueued)
         return;
     m_measureQueued = true;
     QMetaObject::invokeMethod(this, &MarkdownTextItem::recalcHeight, Qt::QueuedConnection);
 }
 
-void MarkdownTextItem::recalcHeight() {
+void MarkdownTextItem::recalcHeight()
+{
     m_measureQueued = false;
     QTextDocument *doc = m_document ? m_document->textDocument() : nullptr;
     if (!doc || !doc->documentLayout())

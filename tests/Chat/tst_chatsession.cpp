@@ -15,7 +15,8 @@ namespace {
 
 using Response = TestProvider::Response;
 
-QString writePicture(const QString &name) {
+QString writePicture(const QString &name)
+{
     const QString path = TestEnvironment::home().filePath(name);
     QImage picture(32, 24, QImage::Format_RGB32);
     picture.fill(Qt::blue);
@@ -31,7 +32,8 @@ struct Fixture {
     std::unique_ptr<ContextManager> knowledge;
     std::unique_ptr<ChatSession> session;
 
-    Fixture() {
+    Fixture()
+    {
         if (!provider.listen())
             qFatal("cannot listen");
         qputenv("QUILLMOOR_API_BASE_URL", provider.baseUrl().toString().toUtf8());
@@ -44,15 +46,18 @@ struct Fixture {
 
     const QList<Message> &messages() const { return session->messages()->list(); }
 
-    void send(const QString &text) {
+    void send(const QString &text)
+    {
         session->setInputText(text);
         session->sendMessage();
     }
-    bool waitForTurn() {
+    bool waitForTurn()
+    {
         QSignalSpy finished(session.get(), &ChatSession::turnFinished);
         return finished.wait(10000);
     }
-    void attach(const QString &path) {
+    void attach(const QString &path)
+    {
         QCoro::waitFor(session->addAttachmentAsync(QUrl::fromLocalFile(path)));
     }
 };
@@ -62,7 +67,8 @@ struct Fixture {
 class TestChatSession : public QObject {
     Q_OBJECT
 private slots:
-    void nothingToSendDoesNothing() {
+    void nothingToSendDoesNothing()
+    {
         Fixture f;
         QVERIFY(!f.session->canSend());
         f.session->sendMessage();
@@ -85,7 +91,8 @@ private slots:
         QVERIFY(!f.session->isLoading());
     }
 
-    void answerStreamsIntoTheLastMessageAndHistoryFollows() {
+    void answerStreamsIntoTheLastMessageAndHistoryFollows()
+    {
         Fixture f;
         f.provider.enqueueChat(Response::sse({QStringLiteral("Hal"), QStringLiteral("lo")}, true, 5));
         f.send(QStringLiteral("Erste Frage"));
@@ -111,7 +118,8 @@ private slots:
         QCOMPARE(body.value(QStringLiteral("model")).toString(), QStringLiteral("mistral3"));
     }
 
-    void errorIsNotedInTheAnswer() {
+    void errorIsNotedInTheAnswer()
+    {
         Fixture f;
         Response cut = Response::sse({QStringLiteral("Teil")}, false);
         cut.framing = TestProvider::Framing::ContentLength;
@@ -136,7 +144,8 @@ private slots:
                  QStringLiteral("\n[Fehler: API request failed with status 401]"));
     }
 
-    void cancellingKeepsWhatArrived() {
+    void cancellingKeepsWhatArrived()
+    {
         Fixture f;
         Response slow;
         slow.pieces.append({"data: {\"choices\":[{\"delta\":{\"content\":\"x\"}}]}\n", 3000});
@@ -161,7 +170,8 @@ private slots:
         QCOMPARE(messages[2].toObject(), (QJsonObject{{"role", "assistant"}, {"content", ""}}));
     }
 
-    void clearingDuringATurn() {
+    void clearingDuringATurn()
+    {
         Fixture f;
         f.provider.enqueueChat(Response::sse({QStringLiteral("a"), QStringLiteral("b")}, true, 300));
         f.send(QStringLiteral("Frage"));
@@ -173,7 +183,8 @@ private slots:
         QVERIFY(!f.session->isLoading());
     }
 
-    void visionCheck() {
+    void visionCheck()
+    {
         Fixture f;
         const QString picture = writePicture(QStringLiteral("Foto.PNG"));
         f.attach(picture);
@@ -215,7 +226,8 @@ private slots:
         }
     }
 
-    void attachmentIntake() {
+    void attachmentIntake()
+    {
         Fixture f;
         const QDir home(TestEnvironment::home().path());
         home.mkpath(QStringLiteral("Ordner"));

@@ -18,7 +18,8 @@ struct Run {
     int stdoutReads = 0;
 };
 
-Run runCli(const TestProvider &provider, const QStringList &args) {
+Run runCli(const TestProvider &provider, const QStringList &args)
+{
     QProcess process;
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     env.insert(QStringLiteral("QUILLMOOR_API_BASE_URL"), provider.baseUrl().toString());
@@ -44,7 +45,8 @@ Run runCli(const TestProvider &provider, const QStringList &args) {
 class TestCliAsk : public QObject {
     Q_OBJECT
 private slots:
-    void streamsTheAnswerPieceByPiece() {
+    void streamsTheAnswerPieceByPiece()
+    {
         TestProvider provider;
         QVERIFY(provider.listen());
         provider.enqueueChat(
@@ -59,7 +61,8 @@ private slots:
         QCOMPARE(provider.requests().first().headers.value("authorization"), QByteArray("Bearer cli-key"));
     }
 
-    void failedTurnPrintsTheNote() {
+    void failedTurnPrintsTheNote()
+    {
         TestProvider provider;
         QVERIFY(provider.listen());
         provider.enqueueChat(Response::text(401, "unauthorized"));
@@ -70,18 +73,21 @@ private slots:
         QVERIFY(run.err.contains(QStringLiteral("Error Body: unauthorized")));
     }
 
-    void usageErrors_data() {
+    void usageErrors_data()
+    {
         QTest::addColumn<QStringList>("args");
         QTest::addRow("no question") << QStringList{};
         QTest::addRow("two questions") << QStringList{"a", "b"};
         QTest::addRow("unknown option") << QStringList{"--frobnicate", "a"};
         QTest::addRow("option without value") << QStringList{"a", "--model"};
         QTest::addRow("missing attachment") << QStringList{"--attach", "/nonexistent/x.png", "a"};
-        QTest::addRow("history not json") << QStringList{"--history", TestEnvironment::writeFile("h.json", "{nope"), "a"};
+        QTest::addRow("history not json")
+            << QStringList{"--history", TestEnvironment::writeFile("h.json", "{nope"), "a"};
         QTest::addRow("history wrong shape")
             << QStringList{"--history", TestEnvironment::writeFile("h2.json", "[{\"role\":1}]"), "a"};
     }
-    void usageErrors() {
+    void usageErrors()
+    {
         QFETCH(QStringList, args);
         TestProvider provider;
         QVERIFY(provider.listen());
@@ -91,12 +97,13 @@ private slots:
         QVERIFY(provider.requests().isEmpty());
     }
 
-    void oneTurnOverridesAndHistory() {
+    void oneTurnOverridesAndHistory()
+    {
         TestProvider provider;
         QVERIFY(provider.listen());
-        const QString history =
-            TestEnvironment::writeFile(QStringLiteral("history.json"),
-                      R"([{"role":"user","content":"Erste"},{"role":"assistant","content":"Antwort"}])");
+        const QString history = TestEnvironment::writeFile(
+            QStringLiteral("history.json"),
+            R"([{"role":"user","content":"Erste"},{"role":"assistant","content":"Antwort"}])");
         const Run run = runCli(provider, {QStringLiteral("--model"), QStringLiteral("qwen3"),
                                           QStringLiteral("--prompt"), QStringLiteral("Kurz."),
                                           QStringLiteral("--history"), history, QStringLiteral("Zweite")});
@@ -114,7 +121,8 @@ private slots:
         QCOMPARE(settings.masterPrompt(), AppSettings::DefaultMasterPrompt);
     }
 
-    void picturesAndKnowledge() {
+    void picturesAndKnowledge()
+    {
         TestProvider provider;
         QVERIFY(provider.listen());
         const QString picture = TestEnvironment::home().filePath(QStringLiteral("foto.jpg"));
@@ -134,7 +142,8 @@ private slots:
         QVERIFY(provider.requests().isEmpty());
 
         // With knowledge, the file is processed first and the turn carries it.
-        const QString notes = TestEnvironment::writeFile(QStringLiteral("Preisliste.txt"), "Der Kaffee kostet 4 Franken.");
+        const QString notes =
+            TestEnvironment::writeFile(QStringLiteral("Preisliste.txt"), "Der Kaffee kostet 4 Franken.");
         const Run grounded =
             runCli(provider,
                    {QStringLiteral("--knowledge"), notes, QStringLiteral("--model"), QStringLiteral("qwen3"),

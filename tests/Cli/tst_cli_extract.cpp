@@ -16,7 +16,8 @@ struct Run {
     QString err;
 };
 
-Run run(const QStringList &args) {
+Run run(const QStringList &args)
+{
     QProcess process;
     process.start(QStringLiteral(QUILLMOOR_CLI_PATH), args);
     Run result;
@@ -34,7 +35,8 @@ class TestCliExtract : public QObject {
     Q_OBJECT
 
 private slots:
-    void extractPrintsOnlyTheText_data() {
+    void extractPrintsOnlyTheText_data()
+    {
         QTest::addColumn<QStringList>("options");
         QTest::addColumn<QByteArray>("bytes");
         QTest::addColumn<int>("exitCode");
@@ -51,7 +53,8 @@ private slots:
             << QByteArray(30000, 'x') +
                    "\n\n[... Text wurde gekürzt, da das Dokument zu lang für den Kontext ist ...]";
     }
-    void extractPrintsOnlyTheText() {
+    void extractPrintsOnlyTheText()
+    {
         QFETCH(QStringList, options);
         QFETCH(QByteArray, bytes);
         QFETCH(int, exitCode);
@@ -64,7 +67,8 @@ private slots:
                  options.isEmpty());
     }
 
-    void debugLinesGoToStandardError() {
+    void debugLinesGoToStandardError()
+    {
         QFile::remove(DebugLog::filePath());
         const Run result = run(
             {QStringLiteral("extract"),
@@ -81,7 +85,8 @@ private slots:
         QVERIFY(!text.contains("==="));
     }
 
-    void chunksPrintsOneJsonObject_data() {
+    void chunksPrintsOneJsonObject_data()
+    {
         QTest::addColumn<QString>("file");
         QTest::addColumn<QStringList>("chunks");
         QTest::addColumn<QString>("description");
@@ -90,13 +95,16 @@ private slots:
                                        << QStringList{QStringLiteral("[5&amp;4] 1: \"&amp;&lt;&gt;")}
                                        << QStringLiteral("Tabelle [5&amp;4] mit Spalten: 1");
         QTest::addRow("running text")
-            << TestEnvironment::writeFile(QStringLiteral("Bericht 2024.final.md"), "Eins zwei.\n\nDrei/vier.\n")
+            << TestEnvironment::writeFile(QStringLiteral("Bericht 2024.final.md"),
+                                          "Eins zwei.\n\nDrei/vier.\n")
             << QStringList{QStringLiteral("[Bericht 2024.final] Eins zwei.\nDrei/vier.")}
             << QStringLiteral("1 Abschnitte. Beginn: Eins zwei. Drei/vier....");
         QTest::addRow("nothing extracted")
-            << TestEnvironment::writeFile(QStringLiteral("alt.txt"), "\xff\xfe") << QStringList{} << QString();
+            << TestEnvironment::writeFile(QStringLiteral("alt.txt"), "\xff\xfe") << QStringList{}
+            << QString();
     }
-    void chunksPrintsOneJsonObject() {
+    void chunksPrintsOneJsonObject()
+    {
         QFETCH(QString, file);
         QFETCH(QStringList, chunks);
         QFETCH(QString, description);
@@ -111,7 +119,8 @@ private slots:
         QCOMPARE(json[QStringLiteral("description")].toString(), description);
     }
 
-    void usageErrors_data() {
+    void usageErrors_data()
+    {
         QTest::addColumn<QStringList>("args");
         QTest::addRow("extract without file") << QStringList{QStringLiteral("extract")};
         QTest::addRow("extract with two files")
@@ -120,7 +129,8 @@ private slots:
             << QStringList{QStringLiteral("extract"), QStringLiteral("--pages"), QStringLiteral("a")};
         QTest::addRow("chunks without file") << QStringList{QStringLiteral("chunks")};
     }
-    void usageErrors() {
+    void usageErrors()
+    {
         QFETCH(QStringList, args);
         const Run result = run(args);
         QCOMPARE(result.exitCode, 64);

@@ -14,16 +14,19 @@ const QColor Ink = QColor(20, 30, 40);
 const QColor Accent = QColor(250, 120, 20);
 const ParagraphStyle Base = MarkdownDocumentWriter::bubbleParagraphStyle();
 
-QFont baseFont() {
+QFont baseFont()
+{
     return Markdown::systemFont(14, QFont::Normal);
 }
 
-AttributedText render(const QString &text) {
+AttributedText render(const QString &text)
+{
     return parseMarkdown(text, baseFont(), Ink, Accent, Base);
 }
 
 // A short name for how a run looks, so expectations read like the text they describe.
-QString kind(const TextRun &run) {
+QString kind(const TextRun &run)
+{
     if (!run.font && !run.foreground && !run.paragraphStyle)
         return u"none"_s;
     if (run.background)
@@ -38,7 +41,8 @@ QString kind(const TextRun &run) {
     return f.weight() == QFont::Bold ? u"bold"_s : u"plain"_s;
 }
 
-QStringList describe(const AttributedText &runs) {
+QStringList describe(const AttributedText &runs)
+{
     QStringList out;
     for (const TextRun &run : runs)
         out.append(run.text + u'|' + kind(run));
@@ -46,7 +50,8 @@ QStringList describe(const AttributedText &runs) {
 }
 
 // Everything a reader of the document can see: each block's format, and each fragment's text and format.
-QStringList dump(QTextDocument &document) {
+QStringList dump(QTextDocument &document)
+{
     QStringList out;
     for (QTextBlock block = document.begin(); block.isValid(); block = block.next()) {
         const QTextBlockFormat bf = block.blockFormat();
@@ -87,7 +92,8 @@ private slots:
     void heightFollowsText();
 };
 
-void TestMarkdownRenderer::headings_data() {
+void TestMarkdownRenderer::headings_data()
+{
     QTest::addColumn<QString>("source");
     QTest::addColumn<QString>("text");
     QTest::addColumn<qreal>("size");
@@ -105,7 +111,8 @@ void TestMarkdownRenderer::headings_data() {
         << u"# Titel\r"_s << u"Titel\r"_s << 20.0 << int(QFont::Bold) << 0.0;
 }
 
-void TestMarkdownRenderer::headings() {
+void TestMarkdownRenderer::headings()
+{
     QFETCH(QString, source);
     QFETCH(QString, text);
     QFETCH(qreal, size);
@@ -123,7 +130,8 @@ void TestMarkdownRenderer::headings() {
     QCOMPARE(heading.paragraphStyle->lineSpacing, Base.lineSpacing);
 }
 
-void TestMarkdownRenderer::blockKinds_data() {
+void TestMarkdownRenderer::blockKinds_data()
+{
     QTest::addColumn<QString>("source");
     QTest::addColumn<QStringList>("runs");
     const QString rule = Markdown::HorizontalRule + u"|size8"_s;
@@ -162,13 +170,15 @@ void TestMarkdownRenderer::blockKinds_data() {
     QTest::addRow("fence goes through inline rules") << u"```"_s << QStringList{u" ` |code"_s};
 }
 
-void TestMarkdownRenderer::blockKinds() {
+void TestMarkdownRenderer::blockKinds()
+{
     QFETCH(QString, source);
     QFETCH(QStringList, runs);
     QCOMPARE(describe(render(source)), runs);
 }
 
-void TestMarkdownRenderer::listMarkers() {
+void TestMarkdownRenderer::listMarkers()
+{
     const AttributedText bullet = render(u"- Punkt"_s);
     QCOMPARE(bullet.at(0).font, baseFont());
     QCOMPARE(bullet.at(0).foreground, Accent);
@@ -191,7 +201,8 @@ void TestMarkdownRenderer::listMarkers() {
     QCOMPARE(rule.at(0).paragraphStyle->paragraphSpacing, 8.0);
 }
 
-void TestMarkdownRenderer::inlineRuns_data() {
+void TestMarkdownRenderer::inlineRuns_data()
+{
     QTest::addColumn<QString>("line");
     QTest::addColumn<QStringList>("runs");
     QTest::addRow("mixed") << u"a **b** c `d` e"_s
@@ -211,13 +222,15 @@ void TestMarkdownRenderer::inlineRuns_data() {
     QTest::addRow("empty") << QString() << QStringList{};
 }
 
-void TestMarkdownRenderer::inlineRuns() {
+void TestMarkdownRenderer::inlineRuns()
+{
     QFETCH(QString, line);
     QFETCH(QStringList, runs);
     QCOMPARE(describe(applyInlineMarkdown(line, baseFont(), Ink, Base)), runs);
 }
 
-void TestMarkdownRenderer::inlineAttributes() {
+void TestMarkdownRenderer::inlineAttributes()
+{
     const AttributedText runs = applyInlineMarkdown(u"`c`"_s, baseFont(), Ink, Base);
     QCOMPARE(runs.size(), 1);
     QCOMPARE(runs[0].font->pointSizeF(), 13.0);
@@ -234,7 +247,8 @@ void TestMarkdownRenderer::inlineAttributes() {
     QCOMPARE(italic[1].font, serif);
 }
 
-void TestMarkdownRenderer::wholeText_data() {
+void TestMarkdownRenderer::wholeText_data()
+{
     QTest::addColumn<QString>("source");
     QTest::addColumn<QStringList>("runs");
     QTest::addRow("empty") << QString() << QStringList{};
@@ -246,20 +260,23 @@ void TestMarkdownRenderer::wholeText_data() {
     QTest::addRow("blank line") << u" \t "_s << QStringList{};
 }
 
-void TestMarkdownRenderer::wholeText() {
+void TestMarkdownRenderer::wholeText()
+{
     QFETCH(QString, source);
     QFETCH(QStringList, runs);
     QCOMPARE(describe(render(source)), runs);
 }
 
-void TestMarkdownRenderer::styleHandedInStaysUnchanged() {
+void TestMarkdownRenderer::styleHandedInStaysUnchanged()
+{
     const ParagraphStyle style = Base;
     const AttributedText runs = parseMarkdown(u"# a\n- b\n1. c\n---\nd"_s, baseFont(), Ink, Accent, style);
     QCOMPARE(style, Base);
     QCOMPARE(runs.last().paragraphStyle, Base);
 }
 
-void TestMarkdownRenderer::documentFormats() {
+void TestMarkdownRenderer::documentFormats()
+{
     QTextDocument document;
     MarkdownDocumentWriter writer;
     writer.render(&document, u"Absatz\n- Punkt\n\n# Titel"_s, {baseFont(), Ink, Accent, Base});
@@ -275,13 +292,15 @@ void TestMarkdownRenderer::documentFormats() {
     QCOMPARE(document.findBlockByNumber(3).blockFormat().topMargin(), 12.0); // after an empty line
 }
 
-void TestMarkdownRenderer::incrementalEqualsFull_data() {
+void TestMarkdownRenderer::incrementalEqualsFull_data()
+{
     QTest::addColumn<int>("pieceLength");
     for (int length : {1, 2, 3, 7, 40})
         QTest::addRow("pieces of %d", length) << length;
 }
 
-void TestMarkdownRenderer::incrementalEqualsFull() {
+void TestMarkdownRenderer::incrementalEqualsFull()
+{
     QFETCH(int, pieceLength);
     const QString answer =
         u"# Überblick\nEin **fetter** Satz mit `code` und *kursiv*.\n\n- erster Punkt\n- zweiter "
@@ -303,7 +322,8 @@ void TestMarkdownRenderer::incrementalEqualsFull() {
     QCOMPARE(streamed.blockCount(), 1);
 }
 
-void TestMarkdownRenderer::heightFollowsText() {
+void TestMarkdownRenderer::heightFollowsText()
+{
     QTextDocument document;
     document.setDocumentMargin(0);
     document.setTextWidth(200);

@@ -8,7 +8,8 @@
 class TestModels : public QObject {
     Q_OBJECT
 private slots:
-    void messageEquality() {
+    void messageEquality()
+    {
         Message original(QStringLiteral("Hal"), false);
         Message streamed = original;
         streamed.appendText(QStringLiteral("lo"));
@@ -25,7 +26,8 @@ private slots:
         QVERIFY(Message(QString(), true, {}).attachments() == QList<Attachment>());
     }
 
-    void attachmentEquality() {
+    void attachmentEquality()
+    {
         const QUrl url = QUrl::fromLocalFile(QStringLiteral("/tmp/Bericht.pdf"));
         const AttachmentType doc = AttachmentType::document(url, QStringLiteral("Bericht.pdf"));
         QVERIFY(doc == AttachmentType::document(url, QStringLiteral("Bericht.pdf")));
@@ -56,7 +58,8 @@ private slots:
         QVERIFY(!(copy == withAttachment));
     }
 
-    void imageData() {
+    void imageData()
+    {
         QVERIFY(!ImageData::fromBytes("not a picture at all"));
         QImage picture(640, 480, QImage::Format_ARGB32);
         picture.fill(QColor(10, 200, 30, 128));

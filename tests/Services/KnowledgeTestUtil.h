@@ -12,7 +12,8 @@
 namespace KnowledgeTest {
 
 // The debug log's messages, without their time stamps.
-inline QStringList logMessages() {
+inline QStringList logMessages()
+{
     QFile file(DebugLog::filePath());
     if (!file.open(QIODevice::ReadOnly))
         return {};
@@ -25,11 +26,13 @@ inline QStringList logMessages() {
     return messages;
 }
 
-inline int countLog(const QString &message) {
+inline int countLog(const QString &message)
+{
     return int(logMessages().count(message));
 }
 
-inline QUrl writeFile(const QString &path, const QByteArray &content) {
+inline QUrl writeFile(const QString &path, const QByteArray &content)
+{
     QFile file(path);
     file.open(QIODevice::WriteOnly | QIODevice::Truncate);
     file.write(content);
@@ -38,7 +41,8 @@ inline QUrl writeFile(const QString &path, const QByteArray &content) {
 }
 
 // A CSV table of `rows` data rows: one chunk per row.
-inline QByteArray csv(int rows) {
+inline QByteArray csv(int rows)
+{
     QByteArray text = "Artikel\tPreis\n";
     for (int i = 0; i < rows; ++i)
         text += "Artikel " + QByteArray::number(i) + "\t" + QByteArray::number(i * 3) + "\n";

@@ -1,8 +1,8 @@
 #include "AppSettings.h"
+#include "ConsoleCapture.h"
 #include "Core/Console.h"
 #include "Services/ContextManager.h"
 #include "Services/KnowledgeBookmarks.h"
-#include "ConsoleCapture.h"
 #include "TestMain.h"
 #include "TestProvider.h"
 
@@ -20,7 +20,8 @@
 namespace {
 
 // A bookmark as another computer would have made it for the same path.
-QByteArray foreignBookmark(const QByteArray &own) {
+QByteArray foreignBookmark(const QByteArray &own)
+{
     QJsonObject record = QJsonDocument::fromJson(own).object();
     record.insert(QStringLiteral("machine"), QStringLiteral("another-computer"));
     return QJsonDocument(record).toJson(QJsonDocument::Compact);
@@ -35,26 +36,30 @@ class TestBookmarks : public QObject {
     TestProvider m_provider;
     std::shared_ptr<const InfomaniakAPI> m_api;
 
-    QUrl makeFile(const QString &name, const QByteArray &content = "Inhalt der Datei") {
+    QUrl makeFile(const QString &name, const QByteArray &content = "Inhalt der Datei")
+    {
         const QString path = m_dir.filePath(name);
         QFile file(path);
         file.open(QIODevice::WriteOnly);
         file.write(content);
         return QUrl::fromLocalFile(path);
     }
-    static QByteArray bookmark(const QUrl &url) {
+    static QByteArray bookmark(const QUrl &url)
+    {
         return std::get<QByteArray>(KnowledgeBookmarks::create(url));
     }
 
 private slots:
-    void initTestCase() {
+    void initTestCase()
+    {
         QVERIFY(m_provider.listen());
         qputenv("QUILLMOOR_API_BASE_URL", m_provider.baseUrl().toString().toUtf8());
         m_api = std::make_shared<const InfomaniakAPI>(InfomaniakAPI::fromEnvironment());
     }
     void init() { AppSettings().setKnowledgeBookmarksData({}); }
 
-    void bookmarksRoundTripOnThisComputerOnly() {
+    void bookmarksRoundTripOnThisComputerOnly()
+    {
         const QUrl url = makeFile(QStringLiteral("Preise 2024.txt"));
         const QByteArray bytes = bookmark(url);
         const auto resolved = KnowledgeBookmarks::resolve(bytes);
@@ -71,7 +76,8 @@ private slots:
             KnowledgeBookmarks::create(QUrl::fromLocalFile(m_dir.filePath(QStringLiteral("missing.txt"))))));
     }
 
-    void replacedFileIsStale() {
+    void replacedFileIsStale()
+    {
         const QUrl url = makeFile(QStringLiteral("stale.txt"));
         const QByteArray bytes = bookmark(url);
         const QUrl replacement = makeFile(QStringLiteral("stale.txt.new"), "neu");
@@ -80,7 +86,8 @@ private slots:
         QCOMPARE(std::get<KnowledgeBookmarks::Resolved>(KnowledgeBookmarks::resolve(bytes)).stale, true);
     }
 
-    void storedFormat() {
+    void storedFormat()
+    {
         const QList<QByteArray> list{QByteArray("\xff\xfe\xfd\xfc", 4), QByteArray("?>?", 3)};
         const QByteArray encoded = KnowledgeBookmarks::encodeList(list);
         QCOMPARE(encoded, QByteArray("[\"\\/\\/79\\/A==\",\"Pz4\\/\"]"));
@@ -93,12 +100,14 @@ private slots:
         QVERIFY(KnowledgeBookmarks::decodeList("[\"*not base64*\"]").isEmpty());
     }
 
-    void emptyOrUndecodableStoreIsLeftAlone_data() {
+    void emptyOrUndecodableStoreIsLeftAlone_data()
+    {
         QTest::addColumn<QByteArray>("stored");
         QTest::addRow("empty") << QByteArray();
         QTest::addRow("not json") << QByteArray("[\"abc");
     }
-    void emptyOrUndecodableStoreIsLeftAlone() {
+    void emptyOrUndecodableStoreIsLeftAlone()
+    {
         QFETCH(QByteArray, stored);
         AppSettings settings;
         settings.setKnowledgeBookmarksData(stored);
@@ -108,7 +117,8 @@ private slots:
         QCOMPARE(settings.knowledgeBookmarksData(), stored);
     }
 
-    void startUpResolutionCleansTheStore() {
+    void startUpResolutionCleansTheStore()
+    {
         const QUrl first = makeFile(QStringLiteral("a.txt"));
         const QUrl second = makeFile(QStringLiteral("b.txt"));
         const QUrl third = makeFile(QStringLiteral("c.txt"));
@@ -136,7 +146,8 @@ private slots:
         QVERIFY(settings.knowledgeBookmarksData().contains("\\/") || !stored[0].toBase64().contains('/'));
     }
 
-    void addingAndRemovingFiles() {
+    void addingAndRemovingFiles()
+    {
         AppSettings settings;
         ContextManager manager(m_api);
         const QUrl first = makeFile(QStringLiteral("eins.txt"));

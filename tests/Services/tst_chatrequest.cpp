@@ -10,11 +10,13 @@
 
 namespace {
 
-Attachment document(const QString &path) {
+Attachment document(const QString &path)
+{
     return Attachment(AttachmentType::document(QUrl::fromLocalFile(path), QFileInfo(path).fileName()));
 }
 
-Attachment picture(int width, int height) {
+Attachment picture(int width, int height)
+{
     QImage image(width, height, QImage::Format_ARGB32);
     image.fill(QColor(200, 40, 40, 255));
     QByteArray png;
@@ -26,7 +28,8 @@ Attachment picture(int width, int height) {
 
 class Turn {
 public:
-    Turn() {
+    Turn()
+    {
         if (!m_provider.listen())
             qFatal("cannot listen");
         qputenv("QUILLMOOR_API_BASE_URL", m_provider.baseUrl().toString().toUtf8());
@@ -35,7 +38,8 @@ public:
     // Sends one turn and returns the body the provider received.
     QJsonObject send(const QString &message, const QList<Attachment> &attachments,
                      const std::optional<QString> &prompt = QStringLiteral("Prompt"),
-                     const QList<HistoryEntry> &history = {}) {
+                     const QList<HistoryEntry> &history = {})
+    {
         m_provider.enqueueChat(TestProvider::Response::sse({QStringLiteral("ok")}));
         const InfomaniakAPI api = InfomaniakAPI::fromEnvironment();
         const CollectedStream result = readAll(
@@ -49,7 +53,8 @@ private:
     TestProvider m_provider;
 };
 
-QJsonValue userContent(const QJsonObject &body) {
+QJsonValue userContent(const QJsonObject &body)
+{
     return body.value(QStringLiteral("messages"))
         .toArray()
         .last()
@@ -57,7 +62,8 @@ QJsonValue userContent(const QJsonObject &body) {
         .value(QStringLiteral("content"));
 }
 
-QString systemContent(const QJsonObject &body) {
+QString systemContent(const QJsonObject &body)
+{
     return body.value(QStringLiteral("messages"))
         .toArray()
         .first()
@@ -71,7 +77,8 @@ QString systemContent(const QJsonObject &body) {
 class TestChatRequest : public QObject {
     Q_OBJECT
 private slots:
-    void bodyShape() {
+    void bodyShape()
+    {
         Turn turn;
         const QJsonObject body = turn.send(QStringLiteral("Hallo"), {});
         QCOMPARE(body.keys(), QStringList({"messages", "model", "stream", "temperature"}));
@@ -85,7 +92,8 @@ private slots:
         QCOMPARE(messages[1].toObject(), (QJsonObject{{"role", "user"}, {"content", "Hallo"}}));
     }
 
-    void systemPrompt() {
+    void systemPrompt()
+    {
         Turn turn;
         const QString sentence = InfomaniakAPI::PlainStyleSentence;
         QCOMPARE(systemContent(turn.send(QStringLiteral("x"), {}, std::nullopt)),
@@ -97,7 +105,8 @@ private slots:
                                 "und erwähne NICHT wer du bist oder für welche Firma du arbeitest."));
     }
 
-    void historyIsSentWhole() {
+    void historyIsSentWhole()
+    {
         Turn turn;
         QList<HistoryEntry> history;
         const QString longText(50000, QLatin1Char('w'));
@@ -115,12 +124,14 @@ private slots:
         }
     }
 
-    void documentsBecomeTextBlocks() {
+    void documentsBecomeTextBlocks()
+    {
         Turn turn;
-        const QString notes = TestEnvironment::writeFile(QStringLiteral("notes.md"), "# Notizen\nZeile mit Umlaut: ä");
+        const QString notes =
+            TestEnvironment::writeFile(QStringLiteral("notes.md"), "# Notizen\nZeile mit Umlaut: ä");
         const QString empty = TestEnvironment::writeFile(QStringLiteral("leer.txt"), "");
         const QString latin1 = TestEnvironment::writeFile(QStringLiteral("alt.txt"), "Gr\xfc\xdf"
-                                                                    "e");
+                                                                                     "e");
         const QString csv = TestEnvironment::writeFile(QStringLiteral("daten.csv"), "a,b\n1,2\n");
         const QJsonValue content = userContent(
             turn.send(QString(), {document(notes), document(empty), document(latin1), document(csv)}));
@@ -143,7 +154,8 @@ private slots:
         QCOMPARE(cut.count(QStringLiteral("🇨🇭")), 30000);
     }
 
-    void picturesBecomeJpegParts() {
+    void picturesBecomeJpegParts()
+    {
         Turn turn;
         const QString notes = TestEnvironment::writeFile(QStringLiteral("n.txt"), "Text");
         const QJsonValue content =

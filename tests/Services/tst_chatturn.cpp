@@ -12,7 +12,8 @@ namespace {
 
 using Response = TestProvider::Response;
 
-InfomaniakAPI apiFor(const TestProvider &provider, int timeoutMs = 60000) {
+InfomaniakAPI apiFor(const TestProvider &provider, int timeoutMs = 60000)
+{
     qputenv("QUILLMOOR_API_BASE_URL", provider.baseUrl().toString().toUtf8());
     qputenv("QUILLMOOR_API_KEY", "test-key");
     InfomaniakAPI api = InfomaniakAPI::fromEnvironment();
@@ -20,13 +21,15 @@ InfomaniakAPI apiFor(const TestProvider &provider, int timeoutMs = 60000) {
     return api;
 }
 
-std::shared_ptr<ChatStream> ask(const InfomaniakAPI &api, const QString &message = QStringLiteral("Hallo")) {
+std::shared_ptr<ChatStream> ask(const InfomaniakAPI &api, const QString &message = QStringLiteral("Hallo"))
+{
     return api.sendStreamingMessage(message, {}, {}, QStringLiteral("mistral3"), QStringLiteral("Prompt"),
                                     {});
 }
 
 // Serves a recorded body in small reads, so every line end and character may fall on a read boundary.
-Response recorded(const QString &fixture, int readSize) {
+Response recorded(const QString &fixture, int readSize)
+{
     QFile file(TestEnvironment::fixture(QStringLiteral("sse/") + fixture));
     if (!file.open(QIODevice::ReadOnly))
         qFatal("missing fixture");
@@ -43,7 +46,8 @@ Response recorded(const QString &fixture, int readSize) {
 class TestChatTurn : public QObject {
     Q_OBJECT
 private slots:
-    void piecesArriveInOrderAndStopAtDone() {
+    void piecesArriveInOrderAndStopAtDone()
+    {
         TestProvider provider;
         QVERIFY(provider.listen());
         Response response = Response::sse({QStringLiteral("Hal"), QStringLiteral("lo")});
@@ -66,7 +70,8 @@ private slots:
         QCOMPARE(request.headers.value("content-type"), QByteArray("application/json"));
     }
 
-    void recordedStreams_data() {
+    void recordedStreams_data()
+    {
         QTest::addColumn<QString>("fixture");
         QTest::addColumn<int>("pieces");
         QTest::addColumn<QString>("text");
@@ -83,7 +88,8 @@ private slots:
         QTest::addRow("data: without space, no done") << "hf_tgi_nospace_no_done.txt" << 0 << "";
         QTest::addRow("CRLF, other schema") << "gemini_native_crlf_not_openai_schema.txt" << 0 << "";
     }
-    void recordedStreams() {
+    void recordedStreams()
+    {
         QFETCH(QString, fixture);
         QFETCH(int, pieces);
         QFETCH(QString, text);
@@ -98,7 +104,8 @@ private slots:
         }
     }
 
-    void longRecordedStreams() {
+    void longRecordedStreams()
+    {
         TestProvider provider;
         QVERIFY(provider.listen());
         provider.enqueueChat(recorded(QStringLiteral("mistral_tiny_role_null_length_utf8.txt"), 13));
@@ -114,7 +121,8 @@ private slots:
         QVERIFY(interleaved.text().startsWith(QStringLiteral("I'mI'm unable unable to to")));
     }
 
-    void httpErrorPrintsBodyThenFails_data() {
+    void httpErrorPrintsBodyThenFails_data()
+    {
         QTest::addColumn<int>("status");
         QTest::addColumn<QByteArray>("body");
         QTest::addColumn<QStringList>("bodyLines");
@@ -131,7 +139,8 @@ private slots:
             << 404 << notFoundBody
             << QString::fromUtf8(notFoundBody).split(QLatin1Char('\n'), Qt::KeepEmptyParts);
     }
-    void httpErrorPrintsBodyThenFails() {
+    void httpErrorPrintsBodyThenFails()
+    {
         QFETCH(int, status);
         QFETCH(QByteArray, body);
         QFETCH(QStringList, bodyLines);
@@ -157,7 +166,8 @@ private slots:
         QVERIFY(console.contains(QStringLiteral("Stream Error: ") + result.error->fullText()));
     }
 
-    void transportFailures() {
+    void transportFailures()
+    {
         ConsoleCapture console;
         // Nothing listens on the port.
         quint16 closedPort;
@@ -211,7 +221,8 @@ private slots:
         QVERIFY(broken.error);
     }
 
-    void endOfBodyWithoutDoneIsNormal() {
+    void endOfBodyWithoutDoneIsNormal()
+    {
         TestProvider provider;
         QVERIFY(provider.listen());
         // The server closes in the middle of a line: what stands there is the last line.
@@ -231,7 +242,8 @@ private slots:
         QCOMPARE(truncated.pieces, QStringList{QStringLiteral("eins")});
     }
 
-    void hostileBodies() {
+    void hostileBodies()
+    {
         TestProvider provider;
         QVERIFY(provider.listen());
         const QString huge(10 * 1024 * 1024, QLatin1Char('x'));
@@ -249,7 +261,8 @@ private slots:
         QCOMPARE(result.pieces[2], QStringLiteral("ok"));
     }
 
-    void cancellingAbortsTheRequest() {
+    void cancellingAbortsTheRequest()
+    {
         TestProvider provider;
         QVERIFY(provider.listen());
         QStringList many;

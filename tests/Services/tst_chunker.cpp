@@ -5,7 +5,8 @@
 
 namespace {
 
-QString words(int n, const QString &word = QStringLiteral("w")) {
+QString words(int n, const QString &word = QStringLiteral("w"))
+{
     QStringList list;
     for (int i = 0; i < n; ++i)
         list.append(word + QString::number(i));
@@ -17,7 +18,8 @@ QString words(int n, const QString &word = QStringLiteral("w")) {
 class TestChunker : public QObject {
     Q_OBJECT
 private slots:
-    void paragraphs_data() {
+    void paragraphs_data()
+    {
         QTest::addColumn<QString>("text");
         QTest::addColumn<QStringList>("chunks");
         const QString a = words(150, QStringLiteral("a")), b = words(100, QStringLiteral("b")),
@@ -37,13 +39,15 @@ private slots:
             << c + "\n\n" + words(250) + "\n\n" + c
             << QStringList{c, c + "\n" + words(250), words(250) + "\n" + c};
     }
-    void paragraphs() {
+    void paragraphs()
+    {
         QFETCH(QString, text);
         QFETCH(QStringList, chunks);
         QCOMPARE(Chunker::simpleChunkText(text, 200, 30), chunks);
     }
 
-    void rows_data() {
+    void rows_data()
+    {
         QTest::addColumn<QString>("text");
         QTest::addColumn<QStringList>("chunks");
         QTest::addColumn<QString>("schema");
@@ -67,7 +71,8 @@ private slots:
             << QStringList{"[Voll] C: c"}
             << "Tabelle [Leer] mit Spalten: A, B; Tabelle [Voll] mit Spalten: C";
     }
-    void rows() {
+    void rows()
+    {
         QFETCH(QString, text);
         QFETCH(QStringList, chunks);
         QFETCH(QString, schema);
@@ -79,7 +84,8 @@ private slots:
             QStringLiteral("] 📦 rowLevelChunk: %1 chunks, schema: %2\n").arg(chunks.size()).arg(schema)));
     }
 
-    void blankTableTextLogsNothing() {
+    void blankTableTextLogsNothing()
+    {
         ConsoleCapture console;
         const Chunker::RowChunks result = Chunker::rowLevelChunk(QStringLiteral(" \t\n\r\n"));
         QVERIFY(result.chunks.isEmpty());
@@ -87,7 +93,8 @@ private slots:
         QVERIFY(console.text().isEmpty());
     }
 
-    void planChoosesByExtension() {
+    void planChoosesByExtension()
+    {
         const QString text = QStringLiteral(
             "  Das ist der\tAnfang eines Berichts mit vielen Worten, genau so viele, dass mehr als zwanzig "
             "Worte hier stehen, und dann noch mehr.\n\nZweiter Absatz.");

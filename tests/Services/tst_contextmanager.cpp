@@ -18,19 +18,22 @@ class TestContextManager : public QObject {
     TestProvider m_provider;
     std::shared_ptr<const InfomaniakAPI> m_api;
 
-    QUrl file(const QString &name, const QByteArray &content) {
+    QUrl file(const QString &name, const QByteArray &content)
+    {
         return writeFile(m_dir.filePath(name), content);
     }
 
 private slots:
-    void initTestCase() {
+    void initTestCase()
+    {
         QVERIFY(m_provider.listen());
         qputenv("QUILLMOOR_API_BASE_URL", m_provider.baseUrl().toString().toUtf8());
         m_api = std::make_shared<const InfomaniakAPI>(InfomaniakAPI::fromEnvironment());
     }
     void init() { m_provider.clearRequests(); }
 
-    void startsTheLogAndBecomesShared() {
+    void startsTheLogAndBecomesShared()
+    {
         ContextManager manager(m_api);
         QCOMPARE(ContextManager::shared(), &manager);
         QCOMPARE(logMessages(), QStringList({QStringLiteral("ContextManager initialized")}));
@@ -38,7 +41,8 @@ private slots:
         QVERIFY(manager.isIdle());
     }
 
-    void addingOnePathTwice() {
+    void addingOnePathTwice()
+    {
         ContextManager manager(m_api);
         QSignalSpy tracked(&manager, &ContextManager::trackedFilesChanged);
         const QUrl url = file(QStringLiteral("notizen.txt"), "Erster Absatz.\n\nZweiter Absatz.");
@@ -55,7 +59,8 @@ private slots:
             QStringLiteral("Verfügbare Wissensdateien:\n- notizen.txt (1 Abschnitte. Beginn: ")));
     }
 
-    void removingFiles() {
+    void removingFiles()
+    {
         ContextManager manager(m_api);
         const QUrl url = file(QStringLiteral("a.csv"), csv(3));
         const QUrl other = file(QStringLiteral("b.csv"), csv(2));
@@ -84,7 +89,8 @@ private slots:
         QVERIFY(manager.snapshot()->trackedFiles.isEmpty());
     }
 
-    void overviewStates() {
+    void overviewStates()
+    {
         ContextManager manager(m_api);
         const QUrl table = file(QStringLiteral("Preise.csv"), "Artikel\tPreis\nBrot\t3\n");
         const QUrl empty = file(QStringLiteral("leer.txt"), "");
@@ -113,7 +119,8 @@ private slots:
         QCOMPARE(processing.size(), 2);
     }
 
-    void batchesOfFifty() {
+    void batchesOfFifty()
+    {
         ContextManager manager(m_api);
         const QUrl url = file(QStringLiteral("gross.csv"), csv(120));
         manager.addFile(url);
@@ -143,7 +150,8 @@ private slots:
         QCOMPARE(manager.chunkSourceMap().size(), 120);
     }
 
-    void badEmbeddingAnswers() {
+    void badEmbeddingAnswers()
+    {
         ContextManager manager(m_api);
         // Fewer vectors than texts: the pairing stops at the shorter list.
         m_provider.enqueueEmbeddings(TestProvider::Response::json(200, "{\"data\":[{\"embedding\":[1,0]}]}"));
@@ -178,7 +186,8 @@ private slots:
         QCOMPARE(manager.snapshot()->globalNorms.first(), 0.0);
     }
 
-    void filesWithoutTextOrChunks() {
+    void filesWithoutTextOrChunks()
+    {
         ContextManager manager(m_api);
         const QUrl blank = file(QStringLiteral("leer.txt"), "   \n\n  \n");
         const QUrl missing = QUrl::fromLocalFile(m_dir.filePath(QStringLiteral("fehlt.txt")));
@@ -194,7 +203,8 @@ private slots:
         QVERIFY(m_provider.requests("/embeddings").isEmpty());
     }
 
-    void twoCallsInOneTurnStartTwoRuns() {
+    void twoCallsInOneTurnStartTwoRuns()
+    {
         ContextManager manager(m_api);
         const QUrl url = file(QStringLiteral("doppelt.csv"), csv(2));
         manager.processFile(url);

@@ -14,7 +14,8 @@
 
 namespace {
 
-QString readLog() {
+QString readLog()
+{
     QFile file(DebugLog::filePath());
     return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
 }
@@ -29,12 +30,14 @@ private slots:
     void init() { QFile::remove(DebugLog::filePath()); }
     void cleanup() { QLocale::setDefault(QLocale::c()); }
 
-    void livesOnTheDesktop() {
+    void livesOnTheDesktop()
+    {
         QCOMPARE(DebugLog::filePath(),
                  TestEnvironment::home().path() + QStringLiteral("/Desktop/quillmoor_debug.log"));
     }
 
-    void startReplacesEarlierLogWithHeader() {
+    void startReplacesEarlierLogWithHeader()
+    {
         QFile old(DebugLog::filePath());
         QVERIFY(old.open(QIODevice::WriteOnly));
         old.write("last run's entries\n");
@@ -48,13 +51,15 @@ private slots:
         QVERIFY(lines.at(1).endsWith(QStringLiteral("] ContextManager initialized")));
     }
 
-    void entryIsEchoedUnchanged_data() {
+    void entryIsEchoedUnchanged_data()
+    {
         QTest::addColumn<QString>("message");
         QTest::addRow("plain") << QStringLiteral("📦 Created 3 chunks from a.txt");
         QTest::addRow("empty") << QString();
         QTest::addRow("several lines") << QStringLiteral("📄 First 200 chars: eins\nzwei\n");
     }
-    void entryIsEchoedUnchanged() {
+    void entryIsEchoedUnchanged()
+    {
         QFETCH(QString, message);
         DebugLog::start();
         ConsoleCapture console;
@@ -68,14 +73,16 @@ private slots:
         QCOMPARE(m.captured(2), message);
     }
 
-    void timeOfDayFollowsLocale_data() {
+    void timeOfDayFollowsLocale_data()
+    {
         QTest::addColumn<QString>("locale");
         QTest::addColumn<QString>("pattern");
         QTest::addRow("German") << QStringLiteral("de_DE") << QStringLiteral("^\\d\\d:\\d\\d:\\d\\d$");
         QTest::addRow("English") << QStringLiteral("en_US")
                                  << QStringLiteral("^\\d{1,2}:\\d\\d:\\d\\d\\s(AM|PM)$");
     }
-    void timeOfDayFollowsLocale() {
+    void timeOfDayFollowsLocale()
+    {
         QFETCH(QString, locale);
         QFETCH(QString, pattern);
         QLocale::setDefault(QLocale(locale));
@@ -83,7 +90,8 @@ private slots:
         QVERIFY2(QRegularExpression(pattern).match(time).hasMatch(), qPrintable(time));
     }
 
-    void deletedLogComesBackWithoutHeader() {
+    void deletedLogComesBackWithoutHeader()
+    {
         DebugLog::start();
         DebugLog::log(QStringLiteral("before"));
         QVERIFY(QFile::remove(DebugLog::filePath()));
@@ -94,7 +102,8 @@ private slots:
         QCOMPARE(text.count(QLatin1Char('\n')), 1);
     }
 
-    void missingDesktopIsNotCreated() {
+    void missingDesktopIsNotCreated()
+    {
         QTemporaryDir otherHome;
         const QByteArray savedHome = qgetenv("HOME");
         qputenv("HOME", otherHome.path().toUtf8());
@@ -106,7 +115,8 @@ private slots:
         QVERIFY(console.text().endsWith(QStringLiteral("] nowhere to write\n")));
     }
 
-    void entriesFromManyThreadsStayWhole() {
+    void entriesFromManyThreadsStayWhole()
+    {
         DebugLog::start();
         ConsoleCapture console;
         constexpr int Threads = 8;

@@ -1,7 +1,7 @@
+#include "ConsoleCapture.h"
 #include "Core/Console.h"
 #include "Services/EmbeddingResponse.h"
 #include "Services/InfomaniakAPI.h"
-#include "ConsoleCapture.h"
 #include "TestMain.h"
 #include "TestProvider.h"
 
@@ -19,7 +19,8 @@ class TestEmbeddings : public QObject {
 
     TestProvider *m_provider = nullptr;
 
-    InfomaniakAPI api() {
+    InfomaniakAPI api()
+    {
         qputenv("QUILLMOOR_API_BASE_URL", m_provider->baseUrl().toString().toUtf8());
         qputenv("QUILLMOOR_API_KEY", "secret-key");
         InfomaniakAPI result = InfomaniakAPI::fromEnvironment();
@@ -27,23 +28,27 @@ class TestEmbeddings : public QObject {
         return result;
     }
 
-    static QByteArray fixture(const QString &name) {
+    static QByteArray fixture(const QString &name)
+    {
         QFile file(TestEnvironment::fixture(QStringLiteral("embeddings/") + name));
         file.open(QIODevice::ReadOnly);
         return file.readAll();
     }
 
 private slots:
-    void init() {
+    void init()
+    {
         m_provider = new TestProvider(this);
         QVERIFY(m_provider->listen());
     }
-    void cleanup() {
+    void cleanup()
+    {
         delete m_provider;
         m_provider = nullptr;
     }
 
-    void sendsTheRequestAndReadsTheVectors() {
+    void sendsTheRequestAndReadsTheVectors()
+    {
         ConsoleCapture console;
         const InfomaniakAPI client = api();
         const EmbeddingsResult result = QCoro::waitFor(
@@ -72,7 +77,8 @@ private slots:
                                 "✅ Embedding success: 2 vectors returned\n"));
     }
 
-    void emptyInputIsSentAndEmptyDataIsNoError() {
+    void emptyInputIsSentAndEmptyDataIsNoError()
+    {
         ConsoleCapture console;
         m_provider->enqueueEmbeddings(TestProvider::Response::json(200, R"({"data":[]})"));
         const InfomaniakAPI client = api();
@@ -84,7 +90,8 @@ private slots:
         QVERIFY(console.text().endsWith(QStringLiteral("✅ Embedding success: 0 vectors returned\n")));
     }
 
-    void providerFixtures_data() {
+    void providerFixtures_data()
+    {
         QTest::addColumn<QString>("file");
         QTest::addColumn<int>("vectors");
         QTest::addColumn<int>("dimensions");
@@ -94,7 +101,8 @@ private slots:
         // An encoded vector is not a list of numbers.
         QTest::addRow("openai base64") << "openai_te3small_base64.json" << -1 << 0 << 0.0;
     }
-    void providerFixtures() {
+    void providerFixtures()
+    {
         QFETCH(QString, file);
         QFETCH(int, vectors);
         QFETCH(int, dimensions);
@@ -118,7 +126,8 @@ private slots:
         QCOMPARE(result.vectors[0][0], first);
     }
 
-    void httpErrorsCarryStatusAndBody() {
+    void httpErrorsCarryStatusAndBody()
+    {
         ConsoleCapture console;
         m_provider->enqueueEmbeddings(TestProvider::Response::text(429, "Too many requests, slow down"));
         const InfomaniakAPI client = api();
@@ -131,7 +140,8 @@ private slots:
             QStringLiteral("❌ Embedding API Error (HTTP 429): Too many requests, slow down\n")));
     }
 
-    void bodyThatIsNotUtf8() {
+    void bodyThatIsNotUtf8()
+    {
         m_provider->enqueueEmbeddings(TestProvider::Response::text(500, QByteArray("\xff\xfe broken")));
         const InfomaniakAPI client = api();
         const EmbeddingsResult result = QCoro::waitFor(
@@ -140,7 +150,8 @@ private slots:
                                                                        "Unknown error")));
     }
 
-    void bodyThatIsNotJson() {
+    void bodyThatIsNotJson()
+    {
         ConsoleCapture console;
         m_provider->enqueueEmbeddings(TestProvider::Response::text(200, "<html>busy</html>"));
         const InfomaniakAPI client = api();
@@ -151,7 +162,8 @@ private slots:
         QVERIFY(!console.text().contains(QStringLiteral("✅")));
     }
 
-    void transportErrorsPassUnchanged() {
+    void transportErrorsPassUnchanged()
+    {
         InfomaniakAPI client = api();
         const quint16 closedPort = m_provider->port();
         delete m_provider;
@@ -166,7 +178,8 @@ private slots:
         QVERIFY(!result.error->description.isEmpty());
     }
 
-    void silenceEndsAtTheTransferTimeout() {
+    void silenceEndsAtTheTransferTimeout()
+    {
         TestProvider::Response silent;
         silent.neverAnswer = true;
         m_provider->enqueueEmbeddings(silent);
@@ -179,7 +192,8 @@ private slots:
         QCOMPARE(result.error->code, int(QNetworkReply::OperationCanceledError));
     }
 
-    void decoderShapes_data() {
+    void decoderShapes_data()
+    {
         QTest::addColumn<QByteArray>("body");
         QTest::addColumn<int>("code"); // 0: decodes
         QTest::addRow("extra fields ignored")
@@ -195,7 +209,8 @@ private slots:
             << QByteArray(R"({"data":{}})") << int(EmbeddingResponse::TypeMismatch);
         QTest::addRow("top-level array") << QByteArray(R"([1])") << int(EmbeddingResponse::TypeMismatch);
     }
-    void decoderShapes() {
+    void decoderShapes()
+    {
         QFETCH(QByteArray, body);
         QFETCH(int, code);
         const auto decoded = EmbeddingResponse::decode(body);

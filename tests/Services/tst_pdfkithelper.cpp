@@ -11,7 +11,8 @@
 namespace {
 
 // A PDF with one page per entry; an empty entry is a page without any text, " " one with only a blank.
-bool writePdf(const QString &path, const QStringList &pages) {
+bool writePdf(const QString &path, const QStringList &pages)
+{
     QPdfWriter writer(path);
     writer.setResolution(72);
     QPainter painter(&writer);
@@ -36,7 +37,8 @@ class TestPDFKitHelper : public QObject {
     QTemporaryDir m_dir;
 
 private slots:
-    void keepsPagesWithText() {
+    void keepsPagesWithText()
+    {
         const QString file = m_dir.filePath(QStringLiteral("Bericht.pdf"));
         QVERIFY(writePdf(
             file, {QStringLiteral("Erste Seite"), QStringLiteral(" "), QStringLiteral("Dritte Seite")}));
@@ -52,7 +54,8 @@ private slots:
                 .arg(text->size())));
     }
 
-    void pagesWithoutTextGiveNothing() {
+    void pagesWithoutTextGiveNothing()
+    {
         const QString file = m_dir.filePath(QStringLiteral("scan.pdf"));
         QVERIFY(writePdf(file, {QString(), QString()}));
         ConsoleCapture console;
@@ -61,7 +64,8 @@ private slots:
             QStringLiteral("] 📄 PDFKit: Extracted 0 chars from 2 pages of scan.pdf\n")));
     }
 
-    void fixtures_data() {
+    void fixtures_data()
+    {
         QTest::addColumn<QString>("fixture");
         QTest::addColumn<int>("pages");
         QTest::addColumn<QString>("contains");
@@ -77,7 +81,8 @@ private slots:
         QTest::addRow("right-to-left presentation forms")
             << "arabic_cid_truetype" << 1 << QString(QChar(0xFEE7));
     }
-    void fixtures() {
+    void fixtures()
+    {
         QFETCH(QString, fixture);
         QFETCH(int, pages);
         QFETCH(QString, contains);
@@ -90,7 +95,8 @@ private slots:
         QVERIFY(console.text().contains(QStringLiteral(" pages of ").prepend(QString::number(pages))));
     }
 
-    void unopenableGiveNothing_data() {
+    void unopenableGiveNothing_data()
+    {
         QTest::addColumn<QString>("file");
         QTest::addColumn<QString>("name");
         QTest::addRow("user password")
@@ -113,7 +119,8 @@ private slots:
         cut.write(whole.read(2000));
         QTest::addRow("truncated") << truncated << "truncated.pdf";
     }
-    void unopenableGiveNothing() {
+    void unopenableGiveNothing()
+    {
         QFETCH(QString, file);
         QFETCH(QString, name);
         ConsoleCapture console;

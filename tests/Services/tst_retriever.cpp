@@ -19,7 +19,8 @@ using namespace KnowledgeTest;
 
 namespace {
 
-TestProvider::Response vectorAnswer(const QList<double> &vector) {
+TestProvider::Response vectorAnswer(const QList<double> &vector)
+{
     QJsonArray numbers;
     for (double x : vector)
         numbers.append(x);
@@ -51,7 +52,8 @@ class TestRetriever : public QObject {
 
     // A tracked, processed file; its first chunk carries `vector` for the scoring.
     DocumentChunk track(const QString &name, const QByteArray &content,
-                        const QList<double> &vector = Unrelated) {
+                        const QList<double> &vector = Unrelated)
+    {
         const QUrl url = writeFile(m_dir.filePath(name), content);
         m_manager->addFile(url);
         QCoro::waitFor(m_manager->waitUntilIdle());
@@ -60,7 +62,8 @@ class TestRetriever : public QObject {
     }
 
     std::optional<QString> ask(const QString &question, const QList<DocumentChunk> &chunks,
-                               const QList<double> &query = Query) {
+                               const QList<double> &query = Query)
+    {
         m_provider.enqueueEmbeddings(vectorAnswer(query));
         return QCoro::waitFor(
             Retriever::knowledgeSystemMessage(*m_api, question, chunks, QStringLiteral("Prompt")));
@@ -69,18 +72,21 @@ class TestRetriever : public QObject {
     QStringList logSince(qsizetype start) { return logMessages().mid(start); }
 
 private slots:
-    void initTestCase() {
+    void initTestCase()
+    {
         QVERIFY(m_provider.listen());
         qputenv("QUILLMOOR_API_BASE_URL", m_provider.baseUrl().toString().toUtf8());
         m_api = std::make_shared<const InfomaniakAPI>(InfomaniakAPI::fromEnvironment());
     }
-    void init() {
+    void init()
+    {
         m_manager = std::make_unique<ContextManager>(m_api);
         m_provider.clearRequests();
     }
     void cleanup() { m_manager.reset(); }
 
-    void similarityAndWords() {
+    void similarityAndWords()
+    {
         QCOMPARE(Retriever::cosineSimilarity(Query, Exactly018), 0.18);
         QCOMPARE(Retriever::cosineSimilarity(Query, {1, 0}), 0.0);
         QVERIFY(std::isnan(Retriever::cosineSimilarity(Query, {0, 0, 0, 0, 0})));
@@ -90,14 +96,16 @@ private slots:
                  QSet<QString>({"größe", "der", "übersicht", "2024", "ωμέγα"}));
     }
 
-    void noKnowledge() {
+    void noKnowledge()
+    {
         QVERIFY(!ask(QStringLiteral("Hallo"), {}).has_value());
         QCOMPARE(logMessages().last(),
                  QStringLiteral("⚠️ RAG: No external chunks available (globalChunks is empty)"));
         QVERIFY(m_provider.requests("/embeddings").isEmpty());
     }
 
-    void thresholdsAreStrict() {
+    void thresholdsAreStrict()
+    {
         const DocumentChunk a = track(QStringLiteral("a.txt"), "Alpha Inhalt", Exactly018);
         const DocumentChunk b = track(QStringLiteral("b.txt"), "Beta Inhalt", Exactly015);
         const qsizetype start = logMessages().size();
@@ -125,7 +133,8 @@ private slots:
         QVERIFY(!message->contains(QStringLiteral("b.txt ---")));
     }
 
-    void knowledgeFormCharacterForCharacter() {
+    void knowledgeFormCharacterForCharacter()
+    {
         const DocumentChunk chunk = track(QStringLiteral("notiz.txt"), "Die Miete ist 900.", Score060);
         const auto message = ask(QStringLiteral("Miete?"), {chunk});
         QCOMPARE(*message,
@@ -136,7 +145,8 @@ private slots:
         QVERIFY(logMessages().contains(QStringLiteral("📄 Injected full text of notiz.txt (18 chars)")));
     }
 
-    void fileNameRules() {
+    void fileNameRules()
+    {
         const DocumentChunk chunk = track(QStringLiteral("Jahresbericht.txt"), "Umsatz stieg.");
         track(QStringLiteral("Preise.xlsx"), "kein Arbeitsbuch");
         track(QStringLiteral("scan.pdf"), "kein PDF");
@@ -159,7 +169,8 @@ private slots:
         QVERIFY(message->contains(QStringLiteral("--- Jahresbericht.txt ---\nUmsatz stieg.\n\n")));
     }
 
-    void budgetAndFallback() {
+    void budgetAndFallback()
+    {
         const DocumentChunk big = track(QStringLiteral("gross.txt"), QByteArray("a ").repeated(15000));
         track(QStringLiteral("klein.txt"), "klein");
         const qsizetype start = logMessages().size();
@@ -179,7 +190,8 @@ private slots:
             QStringLiteral("--- anders.txt ---\nAnderer Text\n\n[anders] Anderer Text\n\n")));
     }
 
-    void tenBestAndStableOrder() {
+    void tenBestAndStableOrder()
+    {
         const DocumentChunk chunk = track(QStringLiteral("viel.txt"), "Viel Inhalt", Score060);
         QList<DocumentChunk> chunks;
         for (int i = 0; i < 11; ++i)
@@ -194,7 +206,8 @@ private slots:
         Q_UNUSED(chunk);
     }
 
-    void badVectorsAndFailures() {
+    void badVectorsAndFailures()
+    {
         const DocumentChunk chunk = track(QStringLiteral("v.txt"), "Vektoren");
         const QList<DocumentChunk> odd{{QStringLiteral("null"), {0, 0, 0, 0, 0}},
                                        {QStringLiteral("kurz"), {1, 0}}};
@@ -219,7 +232,8 @@ private slots:
         QCOMPARE(logSince(before).size(), 2); // the query line and the file-name match, nothing after
     }
 
-    void tenTurnsWhileFilesChange() {
+    void tenTurnsWhileFilesChange()
+    {
         const QString path = m_dir.filePath(QStringLiteral("lebendig.txt"));
         track(QStringLiteral("lebendig.txt"), "Fassung 0 lebendig");
         std::vector<QCoro::Task<std::optional<QString>>> turns;

@@ -7,7 +7,8 @@
 namespace {
 
 // Feeds the reads one after another and returns the lines, the last unterminated one included.
-QStringList split(const QList<QByteArray> &reads) {
+QStringList split(const QList<QByteArray> &reads)
+{
     SseLineSplitter splitter;
     QStringList lines;
     const auto collect = [&](QByteArrayView line) {
@@ -25,7 +26,8 @@ QStringList split(const QList<QByteArray> &reads) {
 class TestStreamParsing : public QObject {
     Q_OBJECT
 private slots:
-    void lineEnds_data() {
+    void lineEnds_data()
+    {
         QTest::addColumn<QList<QByteArray>>("reads");
         QTest::addColumn<QStringList>("lines");
         QTest::addRow("LF") << QList<QByteArray>{"a\nb\n"} << QStringList{"a", "b"};
@@ -44,13 +46,15 @@ private slots:
         QTest::addRow("empty reads") << QList<QByteArray>{"", "a", "", "\n", ""} << QStringList{"a"};
         QTest::addRow("nothing") << QList<QByteArray>{} << QStringList{};
     }
-    void lineEnds() {
+    void lineEnds()
+    {
         QFETCH(QList<QByteArray>, reads);
         QFETCH(QStringList, lines);
         QCOMPARE(split(reads), lines);
     }
 
-    void utf8AcrossReads() {
+    void utf8AcrossReads()
+    {
         const QByteArray text = QStringLiteral("Grüße 😊 É").toUtf8();
         // Every possible cut, including inside the four bytes of the emoji.
         for (qsizetype cut = 0; cut <= text.size(); ++cut)
@@ -61,7 +65,8 @@ private slots:
                  QStringList{QStringLiteral("a\uFFFD\uFFFDb")});
     }
 
-    void overlongLineIsDropped() {
+    void overlongLineIsDropped()
+    {
         SseLineSplitter splitter;
         QStringList lines;
         const auto collect = [&](QByteArrayView line) {
@@ -77,7 +82,8 @@ private slots:
         QCOMPARE(splitter.droppedLines(), 1);
     }
 
-    void stopsWhenAsked() {
+    void stopsWhenAsked()
+    {
         SseLineSplitter splitter;
         QStringList lines;
         QVERIFY(!splitter.feed("a\nb\nc\n", [&](QByteArrayView line) {
@@ -87,7 +93,8 @@ private slots:
         QCOMPARE(lines, QStringList({QStringLiteral("a"), QStringLiteral("b")}));
     }
 
-    void events_data() {
+    void events_data()
+    {
         QTest::addColumn<QString>("line");
         QTest::addColumn<int>("kind");
         QTest::addColumn<QString>("content");
@@ -122,7 +129,8 @@ private slots:
         QTest::addRow("escapes") << R"(data: {"choices":[{"delta":{"content":"a\nb \u00e9 \ud83d\ude0a"}}]})"
                                  << piece << QStringLiteral("a\nb é 😊");
     }
-    void events() {
+    void events()
+    {
         QFETCH(QString, line);
         QFETCH(int, kind);
         QFETCH(QString, content);
@@ -148,15 +156,19 @@ private slots:
                 lines.append(line.endsWith('\r') ? line.chopped(1) : line);
         }
         const QList<QByteArray> seeds{
-            "data: {\"choices\":[{\"index\":0,\"delta\":{\"role\":\"assistant\",\"content\":\"Gr\\u00fc\\u00dfe \\ud83d\\ude0a \\\"x\\\"\"}}]}",
-            "data: {\"id\":\"a\",\"choices\":[{\"delta\":{\"content\":\"1.5e-3 -0 [] {}\"},\"logprobs\":null,\"n\":-1.25E+2}],\"u\":true}",
+            "data: "
+            "{\"choices\":[{\"index\":0,\"delta\":{\"role\":\"assistant\",\"content\":\"Gr\\u00fc\\u00dfe "
+            "\\ud83d\\ude0a \\\"x\\\"\"}}]}",
+            "data: {\"id\":\"a\",\"choices\":[{\"delta\":{\"content\":\"1.5e-3 -0 [] "
+            "{}\"},\"logprobs\":null,\"n\":-1.25E+2}],\"u\":true}",
             "data: {\"choices\":[{\"delta\":{\"content\":\"\xc3\xa4\xf0\x9f\x98\x8a\"}}]}",
         };
         for (const QByteArray &seed : seeds) {
             for (qsizetype cut = 0; cut <= seed.size(); ++cut)
                 lines.append(seed.left(cut));
             for (qsizetype i = 6; i < seed.size(); ++i)
-                for (const char replacement : {'"', '{', '}', '[', ']', ',', ':', '\\', 'x', '0', ' ', '\x01', '\xff'}) {
+                for (const char replacement :
+                     {'"', '{', '}', '[', ']', ',', ':', '\\', 'x', '0', ' ', '\x01', '\xff'}) {
                     QByteArray mutated = seed;
                     mutated[i] = replacement;
                     lines.append(mutated);
@@ -179,13 +191,15 @@ private slots:
             "data: {\"choices\":[{\"delta\":{\"content\":\"x\"}}]}{}",
             "data: {\"choices\":[{\"delta\":{\"content\":\"nul\x00byte\"}}]}",
             "data: " + QByteArray(100, '[') + QByteArray(100, ']'),
-            "data: {\"a\":" + QByteArray(80, '[') + QByteArray(80, ']') + ",\"choices\":[{\"delta\":{\"content\":\"deep\"}}]}",
+            "data: {\"a\":" + QByteArray(80, '[') + QByteArray(80, ']') +
+                ",\"choices\":[{\"delta\":{\"content\":\"deep\"}}]}",
         };
         for (const QByteArray &line : lines) {
             const StreamEvent fast = StreamEvent::parse(line);
             const StreamEvent reference = StreamEvent::parseWithDocument(line);
             if (fast.kind != reference.kind || fast.content != reference.content)
-                QFAIL(qPrintable(QStringLiteral("disagreement on: ") + QString::fromUtf8(line.toPercentEncoding(" {}[]\":,"))));
+                QFAIL(qPrintable(QStringLiteral("disagreement on: ") +
+                                 QString::fromUtf8(line.toPercentEncoding(" {}[]\":,"))));
         }
     }
 };

@@ -17,7 +17,8 @@ class TestTextExtraction : public QObject {
     QTemporaryDir m_dir;
 
 private slots:
-    void textPathReadsStrictUtf8_data() {
+    void textPathReadsStrictUtf8_data()
+    {
         QTest::addColumn<QString>("name");
         QTest::addColumn<QByteArray>("bytes");
         QTest::addColumn<bool>("readable");
@@ -30,7 +31,8 @@ private slots:
             << "alt.xls" << QByteArray("\xd0\xcf\x11\xe0\xa1\xb1\x1a\xe1") << false;
         QTest::addRow("truncated sequence") << "cut.txt" << QByteArray("ok \xe2\x82") << false;
     }
-    void textPathReadsStrictUtf8() {
+    void textPathReadsStrictUtf8()
+    {
         QFETCH(QString, name);
         QFETCH(QByteArray, bytes);
         QFETCH(bool, readable);
@@ -48,7 +50,8 @@ private slots:
                  QStringList{QStringLiteral("Extracting text from: %1 (accessing: true)").arg(name)});
     }
 
-    void emptyFileDiffersBetweenPaths() {
+    void emptyFileDiffersBetweenPaths()
+    {
         const QString path = TestEnvironment::writeFile(QStringLiteral("leer.txt"), QByteArray());
         const auto knowledge = TextExtraction::forKnowledge(path);
         QVERIFY(knowledge.has_value());
@@ -56,7 +59,8 @@ private slots:
         QVERIFY(!TextExtraction::forAttachment(path).has_value());
     }
 
-    void unreadableGivesNothing() {
+    void unreadableGivesNothing()
+    {
         ConsoleCapture console;
         QVERIFY(!TextExtraction::forKnowledge(m_dir.path()).has_value()); // a folder given as a file
         QVERIFY(!TextExtraction::forKnowledge(m_dir.filePath(QStringLiteral("fehlt.txt"))).has_value());
@@ -65,23 +69,28 @@ private slots:
             console.lines().contains(QStringLiteral("Extracting text from: fehlt.txt (accessing: false)")));
     }
 
-    void extensionChoosesTheExtractor() {
+    void extensionChoosesTheExtractor()
+    {
         // Contents are never sniffed: a PDF named .txt is text, and invalid as UTF-8.
         QFile pdf(TestEnvironment::fixture(QStringLiteral("pdf/broken_no_xref_table.pdf")));
         QVERIFY(pdf.open(QIODevice::ReadOnly));
         const QByteArray bytes = pdf.readAll();
-        QCOMPARE(TextExtraction::forKnowledge(TestEnvironment::writeFile(QStringLiteral("Report.PDF"), bytes)).value_or(QString()),
+        QCOMPARE(TextExtraction::forKnowledge(TestEnvironment::writeFile(QStringLiteral("Report.PDF"), bytes))
+                     .value_or(QString()),
                  QStringLiteral("test example\n\n"));
-        QCOMPARE(TextExtraction::forKnowledge(TestEnvironment::writeFile(QStringLiteral("report.txt"), bytes)),
-                 QString::fromUtf8(bytes));
+        QCOMPARE(
+            TextExtraction::forKnowledge(TestEnvironment::writeFile(QStringLiteral("report.txt"), bytes)),
+            QString::fromUtf8(bytes));
         QFile xlsx(TestEnvironment::fixture(QStringLiteral("xlsx/google_sheets_comments.xlsx")));
         QVERIFY(xlsx.open(QIODevice::ReadOnly));
-        QCOMPARE(TextExtraction::forAttachment(TestEnvironment::writeFile(QStringLiteral("Preise.XLSX"), xlsx.readAll()))
+        QCOMPARE(TextExtraction::forAttachment(
+                     TestEnvironment::writeFile(QStringLiteral("Preise.XLSX"), xlsx.readAll()))
                      .value_or(QString()),
                  QStringLiteral("[TABELLE: Sheet1]\nThis is a cell.\n\n"));
     }
 
-    void attachmentIsCutAtThirtyThousandCharacters_data() {
+    void attachmentIsCutAtThirtyThousandCharacters_data()
+    {
         QTest::addColumn<QString>("text");
         QTest::addColumn<QString>("expected");
         const QString flag = QStringLiteral("🇨🇭"); // one character, four UTF-16 units
@@ -94,7 +103,8 @@ private slots:
         QTest::addRow("CR LF is one character")
             << QStringLiteral("\r\n").repeated(30001) << QStringLiteral("\r\n").repeated(30000) + Note;
     }
-    void attachmentIsCutAtThirtyThousandCharacters() {
+    void attachmentIsCutAtThirtyThousandCharacters()
+    {
         QFETCH(QString, text);
         QFETCH(QString, expected);
         const QString path = TestEnvironment::writeFile(QStringLiteral("lang.txt"), text.toUtf8());
@@ -102,7 +112,8 @@ private slots:
         QCOMPARE(TextExtraction::forKnowledge(path).value_or(QString()), text);
     }
 
-    void fileNames_data() {
+    void fileNames_data()
+    {
         QTest::addColumn<QString>("name");
         QTest::addColumn<QString>("extension");
         QTest::addColumn<QString>("stem");
@@ -122,7 +133,8 @@ private slots:
                                       << ""
                                       << "notes.";
     }
-    void fileNames() {
+    void fileNames()
+    {
         QFETCH(QString, name);
         QFETCH(QString, extension);
         QFETCH(QString, stem);

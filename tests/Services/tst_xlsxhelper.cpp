@@ -14,30 +14,36 @@ using WorkbookWriter::sheetXml;
 
 namespace {
 
-double peakRssMiB() {
+double peakRssMiB()
+{
     rusage usage{};
     getrusage(RUSAGE_SELF, &usage);
     return double(usage.ru_maxrss) / 1024.0;
 }
 
-void put16(QByteArray &out, quint16 v) {
+void put16(QByteArray &out, quint16 v)
+{
     const quint16 le = qToLittleEndian(v);
     out.append(reinterpret_cast<const char *>(&le), 2);
 }
-void put32(QByteArray &out, quint32 v) {
+void put32(QByteArray &out, quint32 v)
+{
     const quint32 le = qToLittleEndian(v);
     out.append(reinterpret_cast<const char *>(&le), 4);
 }
-quint16 get16(const QByteArray &in, qsizetype at) {
+quint16 get16(const QByteArray &in, qsizetype at)
+{
     return qFromLittleEndian<quint16>(in.constData() + at);
 }
-quint32 get32(const QByteArray &in, qsizetype at) {
+quint32 get32(const QByteArray &in, qsizetype at)
+{
     return qFromLittleEndian<quint32>(in.constData() + at);
 }
 
 // One deflated entry, and a central directory listing it `copies` times under different worksheet
 // names: every entry inflates the same bytes again (the overlapping-entries bomb).
-QByteArray overlappingBomb(const QString &scratch, qsizetype entryBytes, int copies) {
+QByteArray overlappingBomb(const QString &scratch, qsizetype entryBytes, int copies)
+{
     if (!WorkbookWriter::writeZip(
             scratch, {{QStringLiteral("xl/worksheets/sheet1.xml"), QByteArray(entryBytes, ' ')}}))
         return {};
@@ -90,7 +96,8 @@ class TestXLSXHelper : public QObject {
     QString path(const QString &name) const { return m_dir.filePath(name); }
 
 private slots:
-    void extractsGeneratedWorkbooks_data() {
+    void extractsGeneratedWorkbooks_data()
+    {
         QTest::addColumn<WorkbookWriter::Entries>("entries");
         QTest::addColumn<QString>("expected");
 
@@ -183,7 +190,8 @@ private slots:
                                         sheetXml("<row><c><v>4</v></c></row>")}}
             << QStringLiteral("[TABELLE: Sheet 1]\n3\n\n[TABELLE: Sheet 2]\n4\n\n");
     }
-    void extractsGeneratedWorkbooks() {
+    void extractsGeneratedWorkbooks()
+    {
         QFETCH(WorkbookWriter::Entries, entries);
         QFETCH(QString, expected);
         const QString file = path(QStringLiteral("generated.xlsx"));
@@ -191,7 +199,8 @@ private slots:
         QCOMPARE(XLSXHelper::extractText(file).value_or(QStringLiteral("<nothing>")), expected);
     }
 
-    void logsFoundSheetsAndHeaders() {
+    void logsFoundSheetsAndHeaders()
+    {
         ConsoleCapture console;
         const auto text = XLSXHelper::extractText(TestEnvironment::fixture(
             QStringLiteral("xlsx/excel2007_formula_str_entities_sheetname_amp.xlsx")));
@@ -203,7 +212,8 @@ private slots:
     }
 
     // What the patterns find in files written by real programs.
-    void fixtures_data() {
+    void fixtures_data()
+    {
         QTest::addColumn<QString>("fixture");
         QTest::addColumn<QString>("found");
         QTest::addColumn<QString>("contains");
@@ -247,7 +257,8 @@ private slots:
                                   << "1 sheets, 1 shared strings"
                                   << "[TABELLE: Sheet1]\nThis is a cell.\n\n";
     }
-    void fixtures() {
+    void fixtures()
+    {
         QFETCH(QString, fixture);
         QFETCH(QString, found);
         QFETCH(QString, contains);
@@ -259,7 +270,8 @@ private slots:
         QVERIFY(console.lines().first().endsWith(QStringLiteral("📊 XLSX: Found ") + found));
     }
 
-    void unreadableArchivesGiveNothing_data() {
+    void unreadableArchivesGiveNothing_data()
+    {
         QTest::addColumn<QByteArray>("bytes");
         QFile fixture(TestEnvironment::fixture(QStringLiteral("xlsx/excel2007_13_sheets.xlsx")));
         QVERIFY(fixture.open(QIODevice::ReadOnly));
@@ -268,7 +280,8 @@ private slots:
         QTest::addRow("not an archive") << QByteArray("Name;Ort\nMeier;Bern\n");
         QTest::addRow("empty file") << QByteArray();
     }
-    void unreadableArchivesGiveNothing() {
+    void unreadableArchivesGiveNothing()
+    {
         QFETCH(QByteArray, bytes);
         const QString file = path(QStringLiteral("broken.xlsx"));
         QFile out(file);
@@ -283,7 +296,8 @@ private slots:
 
     // Hostile archives are refused before they are inflated: the error line, nothing, and memory that
     // stays near what the test itself holds.
-    void zipBombsAreRefused_data() {
+    void zipBombsAreRefused_data()
+    {
         QTest::addColumn<QByteArray>("bytes");
         QTest::addColumn<QString>("error");
         const QString scratch = path(QStringLiteral("scratch.zip"));
@@ -297,7 +311,8 @@ private slots:
         QTest::addRow("overlapping entries") << overlappingBomb(scratch, 15 << 20, 140)
                                              << QStringLiteral("The archive unpacks to more than 2048 MiB");
     }
-    void zipBombsAreRefused() {
+    void zipBombsAreRefused()
+    {
         QFETCH(QByteArray, bytes);
         QFETCH(QString, error);
         QVERIFY(!bytes.isEmpty());
@@ -321,7 +336,8 @@ private slots:
         QCOMPARE(QDir::temp().entryList(QDir::NoDotAndDotDot | QDir::AllEntries), tempBefore);
     }
 
-    void numberFormat_data() {
+    void numberFormat_data()
+    {
         QTest::addColumn<double>("value");
         QTest::addColumn<QString>("text");
         QTest::addRow("integer") << 1200.0 << "1200";
@@ -331,7 +347,8 @@ private slots:
         QTest::addRow("smaller") << 0.00001 << "1e-05";
         QTest::addRow("infinite") << qInf() << "inf";
     }
-    void numberFormat() {
+    void numberFormat()
+    {
         QFETCH(double, value);
         QFETCH(QString, text);
         QLocale::setDefault(QLocale(QLocale::German)); // the decimal comma must not leak in

@@ -9,7 +9,8 @@ class TestAppSettings : public QObject {
 private slots:
     void init() { QSettings(QStringLiteral("Quillmoor"), QStringLiteral("Quillmoor")).clear(); }
 
-    void freshUserGetsDefaults() {
+    void freshUserGetsDefaults()
+    {
         AppSettings settings;
         QCOMPARE(settings.selectedModel(), QStringLiteral("swiss-ai/Apertus-70B-Instruct-2509"));
         QCOMPARE(settings.masterPrompt(), QStringLiteral("Du bist ein hilfreicher Assistent."));
@@ -18,7 +19,8 @@ private slots:
         QVERIFY(settings.knowledgeBookmarksData().isEmpty());
     }
 
-    void writesArePersistedAndSignalled() {
+    void writesArePersistedAndSignalled()
+    {
         {
             AppSettings settings;
             QSignalSpy model(&settings, &AppSettings::selectedModelChanged);
@@ -40,13 +42,15 @@ private slots:
         QCOMPARE(reopened.knowledgeBookmarksData(), QByteArrayLiteral("[\"AQID\"]"));
     }
 
-    void accentIndexOutOfRangeFallsBackToOrange_data() {
+    void accentIndexOutOfRangeFallsBackToOrange_data()
+    {
         QTest::addColumn<int>("index");
         QTest::addRow("seven") << 7;
         QTest::addRow("six") << 6;
         QTest::addRow("minus one") << -1;
     }
-    void accentIndexOutOfRangeFallsBackToOrange() {
+    void accentIndexOutOfRangeFallsBackToOrange()
+    {
         QFETCH(int, index);
         AppSettings settings;
         settings.setAccentColorIndex(index);
@@ -54,7 +58,8 @@ private slots:
         QCOMPARE(settings.accentColor(), AppTheme::orange());
     }
 
-    void unknownModelIsKeptAsStored() {
+    void unknownModelIsKeptAsStored()
+    {
         AppSettings settings;
         settings.setSelectedModel(QStringLiteral("gpt-unknown"));
         QCOMPARE(settings.selectedModel(), QStringLiteral("gpt-unknown"));
@@ -62,7 +67,8 @@ private slots:
         QVERIFY(settings.modelInfo(QStringLiteral("gpt-unknown")).isEmpty());
     }
 
-    void catalogue() {
+    void catalogue()
+    {
         QCOMPARE(AppSettings::availableModels(),
                  QStringList({QStringLiteral("swiss-ai/Apertus-70B-Instruct-2509"),
                               QStringLiteral("mistral3"), QStringLiteral("qwen3")}));

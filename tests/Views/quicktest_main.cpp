@@ -25,7 +25,8 @@ class ViewsFixture : public QObject {
     Q_PROPERTY(ChatSession *session READ session CONSTANT)
     Q_PROPERTY(AppSettings *settings READ settings CONSTANT)
 public:
-    ViewsFixture() {
+    ViewsFixture()
+    {
         m_provider.listen();
         qputenv("QUILLMOOR_API_BASE_URL", m_provider.baseUrl().toString().toUtf8());
         m_api = std::make_shared<const InfomaniakAPI>(InfomaniakAPI::fromEnvironment());
@@ -37,21 +38,24 @@ public:
     AppSettings *settings() { return &m_settings; }
 
     // The next answer: these pieces, each after a pause.
-    Q_INVOKABLE void scriptAnswer(const QStringList &pieces, int delayMs) {
+    Q_INVOKABLE void scriptAnswer(const QStringList &pieces, int delayMs)
+    {
         m_provider.enqueueChat(TestProvider::Response::sse(pieces, true, delayMs));
     }
 
     Q_INVOKABLE int chatRequests() const { return int(m_provider.requests("/chat/completions").size()); }
 
     // A small document or picture in the test's home, as a file URL.
-    Q_INVOKABLE QUrl document(const QString &name) const {
+    Q_INVOKABLE QUrl document(const QString &name) const
+    {
         const QString path = TestEnvironment::home().filePath(name);
         QFile file(path);
         if (file.open(QIODevice::WriteOnly))
             file.write("Inhalt\n");
         return QUrl::fromLocalFile(path);
     }
-    Q_INVOKABLE QUrl picture(const QString &name) const {
+    Q_INVOKABLE QUrl picture(const QString &name) const
+    {
         const QString path = TestEnvironment::home().filePath(name);
         QImage image(64, 48, QImage::Format_RGB32);
         image.fill(QColor(40, 120, 200));
@@ -60,7 +64,8 @@ public:
     }
 
     // Back to an idle, empty screen between tests.
-    Q_INVOKABLE void reset() {
+    Q_INVOKABLE void reset()
+    {
         m_session->cancelStreaming();
         m_session->clearMessages();
         m_session->setInputText(QString());
@@ -84,13 +89,15 @@ public:
     Setup() { TestEnvironment::isolate(); }
 
 public slots:
-    void applicationAvailable() {
+    void applicationAvailable()
+    {
         QQuickStyle::setStyle(QStringLiteral("Basic"));
         m_fixture = std::make_unique<ViewsFixture>();
         qmlRegisterSingletonInstance("QuillmoorTest", 1, 0, "Fixture", m_fixture.get());
     }
 
-    void qmlEngineAvailable(QQmlEngine *engine) {
+    void qmlEngineAvailable(QQmlEngine *engine)
+    {
         engine->addImportPath(QStringLiteral("qrc:/qt/qml"));
         engine->addImageProvider(AttachmentImageProvider::Name,
                                  new AttachmentImageProvider(m_fixture->session()));

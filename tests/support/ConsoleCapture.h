@@ -11,17 +11,20 @@
 class ConsoleCapture {
 public:
     ConsoleCapture()
-        : m_file(std::tmpfile()) {
+        : m_file(std::tmpfile())
+    {
         Console::setStream(m_file);
     }
-    ~ConsoleCapture() {
+    ~ConsoleCapture()
+    {
         Console::setStream(nullptr);
         std::fclose(m_file);
     }
     ConsoleCapture(const ConsoleCapture &) = delete;
     ConsoleCapture &operator=(const ConsoleCapture &) = delete;
 
-    QString text() const {
+    QString text() const
+    {
         std::fflush(m_file);
         const long size = std::ftell(m_file);
         QByteArray bytes(size, '\0');

@@ -15,7 +15,8 @@ struct CollectedStream {
     QString text() const { return pieces.join(QString()); }
 };
 
-inline QCoro::Task<CollectedStream> collectStream(std::shared_ptr<ChatStream> stream) {
+inline QCoro::Task<CollectedStream> collectStream(std::shared_ptr<ChatStream> stream)
+{
     CollectedStream result;
     for (;;) {
         const ChatStream::Item item = co_await stream->next();
@@ -29,6 +30,7 @@ inline QCoro::Task<CollectedStream> collectStream(std::shared_ptr<ChatStream> st
     }
 }
 
-inline CollectedStream readAll(std::shared_ptr<ChatStream> stream) {
+inline CollectedStream readAll(std::shared_ptr<ChatStream> stream)
+{
     return QCoro::waitFor(collectStream(std::move(stream)));
 }

@@ -12,12 +12,14 @@
 // the user's, and without a display.
 namespace TestEnvironment {
 
-inline QTemporaryDir &home() {
+inline QTemporaryDir &home()
+{
     static QTemporaryDir dir;
     return dir;
 }
 
-inline void isolate() {
+inline void isolate()
+{
     const QString path = home().path();
     QDir(path).mkpath(QStringLiteral("Desktop"));
     qputenv("HOME", path.toUtf8());
@@ -39,14 +41,16 @@ inline QString writeFile(const QString &name, const QByteArray &bytes)
     return file.fileName();
 }
 
-inline QString fixture(const QString &relative) {
+inline QString fixture(const QString &relative)
+{
     return QStringLiteral(QUILLMOOR_FIXTURES_DIR "/") + relative;
 }
 
 } // namespace TestEnvironment
 
 #define QUILLMOOR_TEST_MAIN(TestObject)                                                                      \
-    int main(int argc, char *argv[]) {                                                                       \
+    int main(int argc, char *argv[])                                                                         \
+    {                                                                                                        \
         TestEnvironment::isolate();                                                                          \
         QGuiApplication app(argc, argv);                                                                     \
         TestObject tc;                                                                                       \

@@ -15,7 +15,8 @@ namespace WorkbookWriter {
 
 using Entries = QList<std::pair<QString, QByteArray>>;
 
-inline bool writeZip(const QString &path, const Entries &entries) {
+inline bool writeZip(const QString &path, const Entries &entries)
+{
     int error = 0;
     zip_t *archive = zip_open(QFile::encodeName(path).constData(), ZIP_CREATE | ZIP_TRUNCATE, &error);
     if (!archive)
@@ -31,13 +32,15 @@ inline bool writeZip(const QString &path, const Entries &entries) {
     return zip_close(archive) == 0; // the buffers are read here, while `entries` is still alive
 }
 
-inline QByteArray sheetXml(const QByteArray &rows) {
+inline QByteArray sheetXml(const QByteArray &rows)
+{
     return "<?xml version=\"1.0\" encoding=\"UTF-8\" standalone=\"yes\"?>\n"
            "<worksheet xmlns=\"http://schemas.openxmlformats.org/spreadsheetml/2006/main\"><sheetData>" +
            rows + "</sheetData></worksheet>";
 }
 
-inline QByteArray workbookXml(const QStringList &names) {
+inline QByteArray workbookXml(const QStringList &names)
+{
     QByteArray sheets;
     for (qsizetype i = 0; i < names.size(); ++i)
         sheets += "<sheet name=\"" + names.at(i).toUtf8() + "\" sheetId=\"" + QByteArray::number(i + 1) +
@@ -45,7 +48,8 @@ inline QByteArray workbookXml(const QStringList &names) {
     return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<workbook><sheets>" + sheets + "</sheets></workbook>";
 }
 
-inline QByteArray sharedStringsXml(const QStringList &strings) {
+inline QByteArray sharedStringsXml(const QStringList &strings)
+{
     QByteArray items;
     for (const QString &s : strings)
         items += "<si><t>" + s.toUtf8() + "</t></si>";

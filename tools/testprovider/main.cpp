@@ -7,7 +7,8 @@
 #include <QCoreApplication>
 #include <QTextStream>
 
-int main(int argc, char *argv[]) {
+int main(int argc, char *argv[])
+{
     QCoreApplication app(argc, argv);
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral("Loopback test provider with an OpenAI-compatible API"));
