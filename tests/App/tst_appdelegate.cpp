@@ -1,0 +1,90 @@
+#include "AppDelegate.h"
+#include "AppSettings.h"
+#include "Chat/ChatSession.h"
+#include "ConsoleCapture.h"
+#include "Core/Notifier.h"
+#include "Services/ContextManager.h"
+#include "TestMain.h"
+#include "TestProvider.h"
+#include "Window/FloatingWindow.h"
+#include "Window/MiniLogoWindow.h"
+#include "Window/SettingsWindow.h"
+
+#include <QSignalSpy>
+
+class TestAppDelegate : public QObject {
+    Q_OBJECT
+private slots:
+    void initTestCase()
+    {
+        QVERIFY(m_provider.listen());
+        qputenv("QUILLMOOR_API_BASE_URL", m_provider.baseUrl().toString().toUtf8());
+    }
+
+    // What the user dropped into the settings comes back, in order, after a restart; a file that went
+    // missing meanwhile is dropped from the store.
+    void knowledgeFilesComeBackAfterARestart()
+    {
+        const QUrl first =
+            QUrl::fromLocalFile(TestEnvironment::writeFile(QStringLiteral("Preise.csv"), "A\tB\n1\t2\n"));
+        const QUrl second =
+            QUrl::fromLocalFile(TestEnvironment::writeFile(QStringLiteral("notiz.txt"), "Notiz"));
+        const QUrl gone = QUrl::fromLocalFile(TestEnvironment::writeFile(QStringLiteral("weg.txt"), "weg"));
+        {
+            AppDelegate delegate;
+            delegate.applicationDidFinishLaunching();
+            QVERIFY(delegate.floatingWindow()->isVisible());
+            for (const QUrl &url : {first, second, gone})
+                delegate.settings().addKnowledgeFile(url, delegate.contextManager());
+            QCOMPARE(delegate.contextManager().trackedFiles(), (QList<QUrl>{first, second, gone}));
+            QCoro::waitFor(delegate.contextManager().waitUntilIdle());
+        }
+        QVERIFY(QFile::remove(gone.toLocalFile()));
+
+        ConsoleCapture console;
+        AppDelegate restarted;
+        restarted.applicationDidFinishLaunching();
+        QCOMPARE(restarted.contextManager().trackedFiles(), (QList<QUrl>{first, second}));
+        QVERIFY(console.contains(QStringLiteral("🚀 Loading knowledge file: Preise.csv")));
+        QVERIFY(console.contains(QStringLiteral("🚀 Loading knowledge file: notiz.txt")));
+        QVERIFY(console.text().contains(QStringLiteral("🚀 App startup: Found 2 knowledge URLs")));
+        QCoro::waitFor(restarted.contextManager().waitUntilIdle());
+        QCOMPARE(restarted.contextManager().fileTexts().value(second), QStringLiteral("Notiz"));
+        QCOMPARE(AppSettings().getKnowledgeURLs(), (QList<QUrl>{first, second}));
+    }
+
+    void miniModeRoundTripKeepsTheConversation()
+    {
+        AppDelegate delegate;
+        delegate.applicationDidFinishLaunching();
+        const QRect frame = delegate.floatingWindow()->geometry();
+        delegate.session().appendMessage(Message(QStringLiteral("bleibt"), true));
+
+        QMetaObject::invokeMethod(&delegate, "minimizeToTiny");
+        QTRY_VERIFY(delegate.miniWindow() && delegate.miniWindow()->isVisible());
+        QTRY_VERIFY(!delegate.floatingWindow()->isVisible());
+        QTRY_VERIFY(!delegate.isTransitioning());
+
+        Notifier::instance().post(Notifier::ExpandFromMiniMode);
+        QTRY_VERIFY(delegate.floatingWindow()->isVisible());
+        QTRY_VERIFY(!delegate.miniWindow() || !delegate.miniWindow()->isVisible());
+        QTRY_VERIFY(!delegate.isTransitioning());
+        QCOMPARE(delegate.floatingWindow()->geometry(), frame); // the logo did not move: the same frame
+        QCOMPARE(delegate.session().messages()->size(), 1);
+
+        // The settings window is made once and reused.
+        Notifier::instance().post(Notifier::OpenSettings);
+        QTRY_VERIFY(delegate.settingsWindow() && delegate.settingsWindow()->isVisible());
+        const auto *settingsWindow = delegate.settingsWindow();
+        delegate.settingsWindow()->hide();
+        delegate.openSettings();
+        QCOMPARE(delegate.settingsWindow(), settingsWindow);
+        QVERIFY(delegate.settingsWindow()->isVisible());
+    }
+
+private:
+    TestProvider m_provider;
+};
+
+QUILLMOOR_TEST_MAIN(TestAppDelegate)
+#include "tst_appdelegate.moc"
