@@ -1,10 +1,13 @@
 #include "ConsoleCapture.h"
+#include "Services/ContextManager.h"
 #include "Services/InfomaniakAPI.h"
 #include "StreamCollector.h"
 #include "TestMain.h"
 #include "TestProvider.h"
 
 #include <QFile>
+#include <QJsonArray>
+#include <QJsonObject>
 #include <QSignalSpy>
 #include <QTcpServer>
 
@@ -277,6 +280,48 @@ private slots:
         QCOMPARE(after.kind, ChatStream::Item::Kind::End);
         // The provider's side of the connection goes away long before the answer would have ended.
         QTRY_VERIFY_WITH_TIMEOUT(provider.openConnections() == 0, 2000);
+    }
+
+    void tenTurnsAtOnceWhileKnowledgeChanges()
+    {
+        TestProvider provider;
+        QVERIFY(provider.listen());
+        provider.setDefaultDelayMs(5);
+        const auto api = std::make_shared<const InfomaniakAPI>(apiFor(provider));
+        ContextManager knowledge(api);
+        QList<QUrl> files;
+        for (int i = 0; i < 3; ++i) {
+            const QString name = QStringLiteral("wissen%1.txt").arg(i);
+            files.append(QUrl::fromLocalFile(TestEnvironment::writeFile(name, "Fassung 0 von Wissen")));
+            knowledge.addFile(files.last());
+        }
+        QCoro::waitFor(knowledge.waitUntilIdle());
+
+        QList<std::shared_ptr<ChatStream>> turns;
+        for (int i = 0; i < 10; ++i)
+            turns.append(api->sendStreamingMessage(QStringLiteral("Was steht im Wissen?"), {},
+                                                   knowledge.globalChunks(), QStringLiteral("mistral3"),
+                                                   QStringLiteral("P"), {}));
+        for (int round = 1; round <= 3; ++round) {
+            for (const QUrl &file : files) {
+                TestEnvironment::writeFile(file.fileName(),
+                                           "Fassung " + QByteArray::number(round) + " von Wissen");
+                knowledge.processFile(file);
+            }
+            QTest::qWait(30);
+        }
+        for (const auto &turn : turns) {
+            const CollectedStream result = readAll(turn);
+            QVERIFY(!result.error);
+            QVERIFY(result.text().contains(QStringLiteral("Wissen: *aus deinen Dateien*")));
+        }
+        const QList<TestProvider::Request> chats = provider.requests("/chat/completions");
+        QCOMPARE(chats.size(), 10);
+        for (const TestProvider::Request &chat : chats)
+            QVERIFY(
+                chat.json()[QStringLiteral("messages")][0][QStringLiteral("content")].toString().startsWith(
+                    QStringLiteral("<database_schema>\nVerfügbare Wissensdateien:\n")));
+        QCoro::waitFor(knowledge.waitUntilIdle());
     }
 };
 
