@@ -1,5 +1,7 @@
 #include "ContextManager.h"
 
+#include <QSet>
+
 #include "Core/Graphemes.h"
 #include "Services/DebugLog.h"
 #include "Services/FileMonitor.h"
@@ -129,10 +131,12 @@ QString ContextManager::getKnowledgeOverview() const
 {
     if (m_trackedFiles.isEmpty())
         return {};
+    // The overview is rebuilt after every change; with a thousand files a list search per row adds up.
+    const QSet<QUrl> processing(m_processingFiles.cbegin(), m_processingFiles.cend());
     QString overview = QStringLiteral("Verfügbare Wissensdateien:\n");
     for (const QUrl &url : m_trackedFiles) {
         overview += QStringLiteral("- ") + url.fileName();
-        if (m_processingFiles.contains(url))
+        if (processing.contains(url))
             overview += QStringLiteral(" [wird gerade verarbeitet]");
         else if (const auto it = m_fileSchemas.constFind(url); it != m_fileSchemas.constEnd())
             overview += QStringLiteral(" (") + it.value() + QStringLiteral(")");
