@@ -161,10 +161,12 @@ QCoro::Task<> ChatSession::runTurn(std::shared_ptr<ChatStream> stream, std::shar
             co_return;
         if (*cancelled)
             break;
-        if (item.kind == ChatStream::Item::Kind::Piece) {
+        if (item.kind == ChatStream::Item::Kind::Pieces) {
+            // Pieces that came together are shown together: one update of the message, not one per piece.
+            const QString text = item.pieces.join(QString());
             if (!m_messages.isEmpty()) {
-                m_messages.appendToLast(item.piece);
-                emit pieceAppended(item.piece);
+                m_messages.appendToLast(text);
+                emit pieceAppended(text);
             }
             continue;
         }

@@ -78,7 +78,7 @@ signals:
     void isDraggingChanged();
     void isAtBottomChanged();
     void canSendChanged();
-    // A piece of an answer was appended to the last message.
+    // Text of the answer was appended to the last message (the pieces that arrived together).
     void pieceAppended(const QString &piece);
     // A turn ended: normally, cancelled, or with an error (then `errorDescription` is set).
     void turnFinished(bool failed, const QString &errorDescription);

@@ -26,7 +26,7 @@ void ChatStream::push(const QString &piece)
 {
     if (m_cancelled || m_finished)
         return;
-    m_pieces.enqueue(piece);
+    m_pieces.append(piece);
     wake();
 }
 
@@ -55,7 +55,7 @@ QCoro::Task<ChatStream::Item> ChatStream::next()
         if (m_cancelled)
             co_return Item{Item::Kind::End, {}, {}};
         if (!m_pieces.isEmpty())
-            co_return Item{Item::Kind::Piece, m_pieces.dequeue(), {}};
+            co_return Item{Item::Kind::Pieces, std::exchange(m_pieces, {}), {}};
         if (m_finished) {
             if (m_error)
                 co_return Item{Item::Kind::Error, {}, *m_error};

@@ -3,8 +3,8 @@
 #include "Core/ProviderError.h"
 
 #include <QObject>
-#include <QQueue>
 #include <QString>
+#include <QStringList>
 
 #include <qcoro/qcorotask.h>
 
@@ -19,9 +19,9 @@ class ChatStream : public QObject, public std::enable_shared_from_this<ChatStrea
     Q_OBJECT
 public:
     struct Item {
-        enum class Kind { Piece, End, Error };
+        enum class Kind { Pieces, End, Error };
         Kind kind = Kind::End;
-        QString piece;
+        QStringList pieces; // every piece that arrived since the consumer last looked, in order
         ProviderError error;
     };
 
@@ -34,7 +34,9 @@ public:
     bool isCancelled() const { return m_cancelled; }
     bool isFinished() const { return m_finished; }
 
-    // Consumer side: the next piece, or the end, or the error; waits while nothing is there.
+    // Consumer side: the pieces that are there, or the end, or the error; waits while nothing is there.
+    // Taking all waiting pieces at once spares a resumption per piece when the network is faster than the
+    // screen.
     QCoro::Task<Item> next();
     // Stops the turn: nothing more is delivered and the producer aborts its request.
     void cancel();
@@ -52,7 +54,7 @@ private:
 
     std::coroutine_handle<> m_waiter;
 
-    QQueue<QString> m_pieces;
+    QStringList m_pieces;
     std::optional<ProviderError> m_error;
     bool m_finished = false;
     bool m_cancelled = false;

@@ -274,7 +274,7 @@ private slots:
         provider.enqueueChat(Response::sse(many, true, 20)); // four seconds of answer
         const auto stream = ask(apiFor(provider));
         const ChatStream::Item first = QCoro::waitFor(stream->next());
-        QCOMPARE(first.kind, ChatStream::Item::Kind::Piece);
+        QCOMPARE(first.kind, ChatStream::Item::Kind::Pieces);
         stream->cancel();
         const ChatStream::Item after = QCoro::waitFor(stream->next());
         QCOMPARE(after.kind, ChatStream::Item::Kind::End);

@@ -20,8 +20,8 @@ inline QCoro::Task<CollectedStream> collectStream(std::shared_ptr<ChatStream> st
     CollectedStream result;
     for (;;) {
         const ChatStream::Item item = co_await stream->next();
-        if (item.kind == ChatStream::Item::Kind::Piece) {
-            result.pieces.append(item.piece);
+        if (item.kind == ChatStream::Item::Kind::Pieces) {
+            result.pieces.append(item.pieces);
             continue;
         }
         if (item.kind == ChatStream::Item::Kind::Error)
