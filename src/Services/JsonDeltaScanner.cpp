@@ -1,5 +1,6 @@
 #include "JsonDeltaScanner.h"
 
+#include <array>
 #include <cctype>
 #include <optional>
 
@@ -8,6 +9,20 @@ namespace {
 using JsonDeltaScanner::Outcome;
 
 constexpr int MaxDepth = 64;
+
+// The bytes inside a string that end it or need a closer look: the quote, the backslash, control characters
+// and everything beyond ASCII.
+constexpr std::array<bool, 256> AttentionTable = [] {
+    std::array<bool, 256> table{};
+    for (int c = 0; c < 256; ++c)
+        table[size_t(c)] = c == '"' || c == '\\' || c < 0x20 || c >= 0x80;
+    return table;
+}();
+
+inline bool needsAttention(unsigned char c)
+{
+    return AttentionTable[c];
+}
 
 class Scanner {
 public:
@@ -95,6 +110,11 @@ private:
         const char *start = m_p;
         bool escaped = false;
         while (m_p < m_end) {
+            // Most of a string is plain ASCII: skip it in a tight loop before looking closer.
+            while (m_p < m_end && !needsAttention(static_cast<unsigned char>(*m_p)))
+                ++m_p;
+            if (m_p == m_end)
+                break;
             const unsigned char c = static_cast<unsigned char>(*m_p);
             if (c == '"') {
                 if (raw)
