@@ -3,6 +3,7 @@
 #include <array>
 #include <cctype>
 #include <optional>
+#include <string_view>
 
 namespace {
 
@@ -382,32 +383,11 @@ std::optional<QString> decode(QByteArrayView raw, bool escapes)
         flush(p);
         const char e = p[1];
         p += 2;
-        switch (e) {
-        case '"':
-            out += QLatin1Char('"');
-            break;
-        case '\\':
-            out += QLatin1Char('\\');
-            break;
-        case '/':
-            out += QLatin1Char('/');
-            break;
-        case 'b':
-            out += QLatin1Char('\b');
-            break;
-        case 'f':
-            out += QLatin1Char('\f');
-            break;
-        case 'n':
-            out += QLatin1Char('\n');
-            break;
-        case 'r':
-            out += QLatin1Char('\r');
-            break;
-        case 't':
-            out += QLatin1Char('\t');
-            break;
-        case 'u': {
+        static constexpr std::string_view Escaped = "\"\\/bfnrt";
+        static constexpr std::string_view Meaning = "\"\\/\b\f\n\r\t";
+        if (const size_t simple = Escaped.find(e); simple != std::string_view::npos) {
+            out += QLatin1Char(Meaning[simple]);
+        } else if (e == 'u') {
             const ushort unit = QByteArrayView(p, 4).toUShort(nullptr, 16);
             p += 4;
             if (QChar::isHighSurrogate(unit)) {
@@ -424,9 +404,7 @@ std::optional<QString> decode(QByteArrayView raw, bool escapes)
             } else {
                 out += QChar(unit);
             }
-            break;
-        }
-        default:
+        } else {
             return std::nullopt;
         }
         run = p;
