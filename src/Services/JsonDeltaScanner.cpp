@@ -208,6 +208,25 @@ private:
         }
     }
 
+    enum class Next { More, Closed, Broken };
+
+    // After a member or an element: a comma asks for more, `close` ends the container.
+    Next afterItem(char close)
+    {
+        skipSpace();
+        if (m_p == m_end)
+            return Next::Broken;
+        if (*m_p == ',') {
+            ++m_p;
+            return Next::More;
+        }
+        if (*m_p == close) {
+            ++m_p;
+            return Next::Closed;
+        }
+        return Next::Broken;
+    }
+
     enum class Level { Top, Choice0, Delta };
 
     // Walks an object's members; on the path to the piece, remembers what it finds.
@@ -244,18 +263,9 @@ private:
                 return false;
             if (!member(depth, level, key))
                 return false;
-            skipSpace();
-            if (m_p == m_end)
-                return false;
-            if (*m_p == ',') {
-                ++m_p;
-                continue;
-            }
-            if (*m_p == '}') {
-                ++m_p;
-                return true;
-            }
-            return false;
+            const Next next = afterItem('}');
+            if (next != Next::More)
+                return next == Next::Closed;
         }
     }
 
@@ -336,18 +346,9 @@ private:
             } else if (!value(depth)) {
                 return false;
             }
-            skipSpace();
-            if (m_p == m_end)
-                return false;
-            if (*m_p == ',') {
-                ++m_p;
-                continue;
-            }
-            if (*m_p == ']') {
-                ++m_p;
-                return true;
-            }
-            return false;
+            const Next next = afterItem(']');
+            if (next != Next::More)
+                return next == Next::Closed;
         }
     }
 
