@@ -6,14 +6,19 @@
 #include <QScreen>
 #include <QSurfaceFormat>
 
+void GlassWindow::makeFloating(QQuickView *view)
+{
+    view->setFlags(Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint);
+    QSurfaceFormat surface = view->format();
+    surface.setAlphaBufferSize(8);
+    view->setFormat(surface);
+    view->setColor(Qt::transparent);
+}
+
 GlassWindow::GlassWindow(QQmlEngine *engine, const QUrl &source, QVariantMap properties, QWindow *parent)
     : QQuickView(engine, parent)
 {
-    setFlags(Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint);
-    QSurfaceFormat surface = format();
-    surface.setAlphaBufferSize(8);
-    setFormat(surface);
-    setColor(Qt::transparent);
+    makeFloating(this);
     setResizeMode(QQuickView::SizeRootObjectToView);
     properties.insert(QStringLiteral("shadowMargin"), ShadowMargin);
     setInitialProperties(properties);

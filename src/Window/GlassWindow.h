@@ -14,6 +14,9 @@ class GlassWindow : public QQuickView {
 public:
     static constexpr int ShadowMargin = 28;
 
+    // Frameless, above other windows, off the task bar, and see-through where nothing is drawn.
+    static void makeFloating(QQuickView *view);
+
     GlassWindow(QQmlEngine *engine, const QUrl &source, QVariantMap properties, QWindow *parent = nullptr);
 
     // The glass's frame on the screen.

@@ -2,21 +2,17 @@
 
 #include "AppSettings.h"
 #include "Core/WindowGeometry.h"
+#include "Window/GlassWindow.h"
 
 #include <QGuiApplication>
 #include <QMouseEvent>
 #include <QScreen>
 #include <QStyleHints>
-#include <QSurfaceFormat>
 
 MiniLogoWindow::MiniLogoWindow(QQmlEngine *engine, AppSettings &settings)
     : QQuickView(engine, nullptr)
 {
-    setFlags(Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint);
-    QSurfaceFormat surface = format();
-    surface.setAlphaBufferSize(8);
-    setFormat(surface);
-    setColor(Qt::transparent);
+    GlassWindow::makeFloating(this);
     setTitle(QStringLiteral("Quillmoor"));
     setResizeMode(QQuickView::SizeRootObjectToView);
     setInitialProperties({{QStringLiteral("settings"), QVariant::fromValue(&settings)}});
