@@ -2,6 +2,7 @@
 #include "Chat/ChatSession.h"
 #include "ConsoleCapture.h"
 #include "Core/Notifier.h"
+#include "ProviderClient.h"
 #include "Services/ContextManager.h"
 #include "TestMain.h"
 #include "TestProvider.h"
@@ -36,8 +37,7 @@ struct Fixture {
     {
         if (!provider.listen())
             qFatal("cannot listen");
-        qputenv("QUILLMOOR_API_BASE_URL", provider.baseUrl().toString().toUtf8());
-        api = std::make_shared<const InfomaniakAPI>(InfomaniakAPI::fromEnvironment());
+        api = clientFor(provider);
         knowledge = std::make_unique<ContextManager>(api);
         session = std::make_unique<ChatSession>(*knowledge, settings);
         settings.setSelectedModel(QStringLiteral("mistral3"));

@@ -1,6 +1,7 @@
 #include "AppSettings.h"
 #include "ConsoleCapture.h"
 #include "Core/Console.h"
+#include "ProviderClient.h"
 #include "Services/ContextManager.h"
 #include "Services/KnowledgeBookmarks.h"
 #include "TestMain.h"
@@ -53,8 +54,7 @@ private slots:
     void initTestCase()
     {
         QVERIFY(m_provider.listen());
-        qputenv("QUILLMOOR_API_BASE_URL", m_provider.baseUrl().toString().toUtf8());
-        m_api = std::make_shared<const InfomaniakAPI>(InfomaniakAPI::fromEnvironment());
+        m_api = clientFor(m_provider);
     }
     void init() { AppSettings().setKnowledgeBookmarksData({}); }
 

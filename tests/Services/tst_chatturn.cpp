@@ -1,4 +1,5 @@
 #include "ConsoleCapture.h"
+#include "ProviderClient.h"
 #include "Services/ContextManager.h"
 #include "Services/InfomaniakAPI.h"
 #include "StreamCollector.h"
@@ -17,11 +18,7 @@ using Response = TestProvider::Response;
 
 InfomaniakAPI apiFor(const TestProvider &provider, int timeoutMs = 60000)
 {
-    qputenv("QUILLMOOR_API_BASE_URL", provider.baseUrl().toString().toUtf8());
-    qputenv("QUILLMOOR_API_KEY", "test-key");
-    InfomaniakAPI api = InfomaniakAPI::fromEnvironment();
-    api.setTransferTimeoutMs(timeoutMs);
-    return api;
+    return *clientFor(provider, timeoutMs);
 }
 
 std::shared_ptr<ChatStream> ask(const InfomaniakAPI &api, const QString &message = QStringLiteral("Hallo"))

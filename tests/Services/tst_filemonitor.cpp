@@ -1,4 +1,5 @@
 #include "KnowledgeTestUtil.h"
+#include "ProviderClient.h"
 #include "Services/ContextManager.h"
 #include "Services/FileMonitor.h"
 #include "TestMain.h"
@@ -45,8 +46,7 @@ private slots:
     void initTestCase()
     {
         QVERIFY(m_provider.listen());
-        qputenv("QUILLMOOR_API_BASE_URL", m_provider.baseUrl().toString().toUtf8());
-        m_api = std::make_shared<const InfomaniakAPI>(InfomaniakAPI::fromEnvironment());
+        m_api = clientFor(m_provider);
     }
 
     void eventSetsPrintAsOptionSets()

@@ -1,3 +1,4 @@
+#include "ProviderClient.h"
 #include "TestMain.h"
 #include "TestProvider.h"
 
@@ -28,8 +29,7 @@ public:
     ViewsFixture()
     {
         m_provider.listen();
-        qputenv("QUILLMOOR_API_BASE_URL", m_provider.baseUrl().toString().toUtf8());
-        m_api = std::make_shared<const InfomaniakAPI>(InfomaniakAPI::fromEnvironment());
+        m_api = clientFor(m_provider);
         m_contextManager = std::make_unique<ContextManager>(m_api);
         m_session = std::make_unique<ChatSession>(*m_contextManager, m_settings);
     }
