@@ -70,6 +70,15 @@ QString SettingsScreenState::modelHelpText(const QString &model)
         .arg(it->origin, it->capabilities, it->ethics);
 }
 
+QString SettingsScreenState::accentColorName(int index)
+{
+    // In the palette's order: the theme's orange, then blue, purple, pink, green and gray.
+    static const QStringList names = {QStringLiteral("Orange"), QStringLiteral("Blau"),
+                                      QStringLiteral("Lila"),   QStringLiteral("Pink"),
+                                      QStringLiteral("Grün"),   QStringLiteral("Grau")};
+    return names.value(index);
+}
+
 void SettingsScreenState::chooseAccentColor(int index)
 {
     m_settings.setAccentColorIndex(index);

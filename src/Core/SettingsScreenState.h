@@ -47,6 +47,8 @@ public:
     // The picker item's hover help: origin, capabilities and context on three lines; empty for a model
     // outside the catalogue.
     Q_INVOKABLE static QString modelHelpText(const QString &model);
+    // The name a screen reader gives the swatch of the palette entry at `index`.
+    Q_INVOKABLE static QString accentColorName(int index);
 
     Q_INVOKABLE void chooseAccentColor(int index);
     Q_INVOKABLE void chooseModel(const QString &model);

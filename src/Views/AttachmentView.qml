@@ -8,6 +8,8 @@ Item {
     required property bool isImage
     required property string name
     property color accentColor: "orange"
+    readonly property string pictureUrl: isImage ? "image://attachment/" + attachmentId : ""
+    readonly property real radius: 12
 
     implicitWidth: 80
     implicitHeight: 80
@@ -15,19 +17,37 @@ Item {
     Rectangle {
         anchors.fill: parent
         visible: !tile.isImage
-        radius: 12
+        radius: tile.radius
         color: Qt.rgba(1, 1, 1, 0.1)
     }
 
-    Image {
+    // The picture fills the tile, cropped to its shape: the rounded corners cut it too.
+    Canvas {
+        id: picture
+        objectName: "picture"
         anchors.fill: parent
         visible: tile.isImage
-        source: tile.isImage ? "image://attachment/" + tile.attachmentId : ""
-        sourceSize.width: 160
-        sourceSize.height: 160
-        fillMode: Image.PreserveAspectCrop
-        asynchronous: true
-        cache: false
+        onWidthChanged: requestPaint()
+        onHeightChanged: requestPaint()
+        onImageLoaded: requestPaint()
+        Component.onCompleted: if (tile.pictureUrl !== "") loadImage(tile.pictureUrl)
+        onPaint: {
+            const ctx = getContext("2d");
+            ctx.reset();
+            if (tile.pictureUrl === "" || !isImageLoaded(tile.pictureUrl))
+                return;
+            const image = ctx.createImageData(tile.pictureUrl);
+            if (!image || image.width <= 0 || image.height <= 0)
+                return;
+            const scale = Math.max(width / image.width, height / image.height);
+            const sourceWidth = width / scale;
+            const sourceHeight = height / scale;
+            ctx.beginPath();
+            ctx.roundedRect(0, 0, width, height, tile.radius, tile.radius);
+            ctx.clip();
+            ctx.drawImage(tile.pictureUrl, (image.width - sourceWidth) / 2, (image.height - sourceHeight) / 2,
+                          sourceWidth, sourceHeight, 0, 0, width, height);
+        }
     }
 
     Column {
@@ -43,19 +63,20 @@ Item {
             height: 30
         }
         Text {
+            objectName: "documentName"
             width: tile.width - 8
             horizontalAlignment: Text.AlignHCenter
             text: tile.name
             color: "white"
             font.pixelSize: 10
-            elide: Text.ElideMiddle
+            elide: Text.ElideRight
             maximumLineCount: 1
         }
     }
 
     Rectangle {
         anchors.fill: parent
-        radius: 12
+        radius: tile.radius
         color: "transparent"
         border.width: 1
         border.color: Qt.rgba(1, 1, 1, 0.3)

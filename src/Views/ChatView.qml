@@ -14,8 +14,16 @@ Item {
 
     ChatScreenState {
         id: screen
+        objectName: "chatScreen"
         session: root.session
     }
+
+    // The question field takes the keyboard whenever the chat window appears.
+    function focusQuestionField() {
+        field.forceActiveFocus(Qt.ActiveWindowFocusReason);
+    }
+
+    Keys.onEscapePressed: event => event.accepted = screen.escapePressed()
 
     GlassBackgroundView {
         anchors.fill: parent
@@ -40,36 +48,25 @@ Item {
             contentWidth: width
             contentHeight: stack.height
             boundsBehavior: Flickable.StopAtBounds
-            ScrollBar.vertical: ScrollBar { policy: ScrollBar.AsNeeded }
-
-            property bool followPending: false
-
-            // The end marker's top within the visible area, and where the list stands with the marker at
-            // the bottom edge.
-            function markerY() { return endMarker.mapToItem(conversation, 0, 0).y }
-            function endContentY() {
-                return Math.max(0, Math.min(contentHeight - height, endMarker.y + endMarker.height - height));
+            ScrollBar.vertical: ScrollBar {
+                policy: ScrollBar.AsNeeded
+                onPressedChanged: screen.readerScrolling(pressed)
             }
-            function report() { screen.reportEndMarker(markerY(), height) }
-            function animateToEnd() {
-                follow.stop();
-                follow.to = endContentY();
-                if (Math.abs(follow.to - contentY) < 0.5)
-                    followPending = false;
-                else
-                    follow.start();
+
+            // True while the list glides to the end the screen asked for; its moves are not the reader's.
+            property bool following: false
+
+            function report() {
+                screen.reportLayout(contentY, contentHeight, endMarker.y, endMarker.y + endMarker.height, height,
+                                    following);
             }
 
             onContentYChanged: report()
+            onContentHeightChanged: report()
             onHeightChanged: report()
-            onMovementStarted: {
-                follow.stop();
-                followPending = false;
-            }
-            Component.onCompleted: {
-                contentY = endContentY();
-                report();
-            }
+            onMovementStarted: screen.readerScrolling(true)
+            onMovementEnded: screen.readerScrolling(false)
+            Component.onCompleted: report()
 
             NumberAnimation {
                 id: follow
@@ -77,17 +74,37 @@ Item {
                 property: "contentY"
                 duration: 150
                 easing.type: Easing.OutQuad
-                onFinished: conversation.followPending = false
+                onFinished: {
+                    conversation.following = false;
+                    conversation.report();
+                }
             }
 
             Connections {
                 target: screen
-                function onConversationChanged() {
-                    if (!screen.shouldFollowEnd())
+                function onScrollToEnd(contentY, animated) {
+                    follow.stop();
+                    if (!animated) {
+                        conversation.following = false;
+                        conversation.contentY = contentY;
                         return;
-                    conversation.followPending = true;
-                    Qt.callLater(conversation.animateToEnd);
+                    }
+                    conversation.following = true;
+                    follow.from = conversation.contentY;
+                    follow.to = contentY;
+                    follow.start();
                 }
+                function onStopFollowing() {
+                    follow.stop();
+                    conversation.following = false;
+                }
+            }
+
+            // The conversation's empty space moves the window; text stays selectable.
+            WindowDragArea {
+                objectName: "conversationBackground"
+                width: conversation.width
+                height: Math.max(conversation.height, stack.height)
             }
 
             Column {
@@ -95,11 +112,6 @@ Item {
                 width: conversation.width
                 padding: 16
                 spacing: 12
-                onHeightChanged: {
-                    conversation.report();
-                    if (conversation.followPending)
-                        conversation.animateToEnd();
-                }
 
                 Repeater {
                     objectName: "messageRepeater"
@@ -107,6 +119,7 @@ Item {
                     MessageBubbleView {
                         width: stack.width - stack.leftPadding - stack.rightPadding
                         accentColor: root.accent
+                        streaming: index === screen.streamingRow
                     }
                 }
 
@@ -135,54 +148,98 @@ Item {
                     objectName: "bottom"
                     width: 1
                     height: 1
+                    onYChanged: conversation.report()
                 }
             }
         }
 
-        ListView {
+        // A plain row in a sideways list: its remove buttons stay in the window's Tab order.
+        Flickable {
             id: pendingStrip
             objectName: "pendingStrip"
             Layout.fillWidth: true
             Layout.preferredHeight: 80 + 16
             visible: root.session.pendingAttachments.count > 0
-            orientation: ListView.Horizontal
-            spacing: 8
-            leftMargin: 16
-            rightMargin: 16
-            topMargin: 8
-            bottomMargin: 8
-            clip: false
-            model: root.session.pendingAttachments
-            delegate: AttachmentView {
-                id: pendingTile
-                required property int index
-                accentColor: root.accent
+            flickableDirection: Flickable.HorizontalFlick
+            boundsBehavior: Flickable.StopAtBounds
+            contentWidth: tiles.width
+            contentHeight: height
+            // Tiles scrolled aside end at the window's edges.
+            clip: true
 
-                SymbolButton {
-                    objectName: "removeButton"
-                    symbol: "xmark.circle.fill"
-                    tint: "white"
-                    symbolHeight: 18
-                    x: pendingTile.width - width + 4
-                    y: -4
-                    onClicked: screen.removePendingAttachment(pendingTile.attachmentId)
-                    // The symbol's cross is cut out; the black disc behind shows through it.
-                    Rectangle {
-                        z: -1
-                        anchors.centerIn: parent
-                        width: parent.width - 2
-                        height: width
-                        radius: width / 2
-                        color: "black"
+            readonly property alias count: tileRepeater.count
+            function itemAtIndex(index) { return tileRepeater.itemAt(index); }
+            function positionViewAtEnd() { contentX = Math.max(0, contentWidth - width); }
+            function show(item) {
+                const left = item.x + tiles.x;
+                if (left - 8 < contentX)
+                    contentX = Math.max(0, left - 16);
+                else if (left + item.width + 8 > contentX + width)
+                    contentX = Math.min(contentWidth - width, left + item.width + 16 - width);
+            }
+
+            Row {
+                id: tiles
+                padding: 16
+                topPadding: 8
+                bottomPadding: 8
+                spacing: 8
+
+                Repeater {
+                    id: tileRepeater
+                    model: root.session.pendingAttachments
+                    AttachmentView {
+                        id: pendingTile
+                        required property int index
+                        accentColor: root.accent
+
+                        SymbolButton {
+                            objectName: "removeButton"
+                            symbol: "xmark.circle.fill"
+                            tint: "white"
+                            symbolHeight: 18
+                            x: pendingTile.width - width + 4
+                            y: -4
+                            Accessible.name: "Entfernen"
+                            Accessible.description: pendingTile.name
+                            onClicked: screen.removePendingAttachment(pendingTile.attachmentId)
+                            onActiveFocusChanged: if (activeFocus) pendingStrip.show(pendingTile)
+                            // The symbol's cross is cut out; the black disc behind shows through it.
+                            Rectangle {
+                                z: -1
+                                anchors.centerIn: parent
+                                width: parent.width - 2
+                                height: width
+                                radius: width / 2
+                                color: "black"
+                            }
+                        }
                     }
                 }
             }
         }
 
-        Rectangle {
+        Item {
+            id: inputBar
+            objectName: "inputBar"
             Layout.fillWidth: true
             implicitHeight: inputRow.implicitHeight + 32
-            color: Qt.rgba(0, 0, 0, 0.1)
+            clip: true
+
+            // One fill, rounded like the window at the bottom: it reaches below the bar and is cut off.
+            Rectangle {
+                width: parent.width
+                y: -radius
+                height: parent.height + radius
+                radius: 16
+                color: Qt.rgba(0, 0, 0, 0.1)
+            }
+
+            // The bar's background moves the window.
+            WindowDragArea {
+                objectName: "inputBarBackground"
+                anchors.fill: parent
+            }
 
             RowLayout {
                 id: inputRow
@@ -194,6 +251,7 @@ Item {
                     id: field
                     objectName: "inputField"
                     Layout.fillWidth: true
+                    focus: true
                     text: root.session.inputText
                     onTextEdited: root.session.inputText = text
                     onAccepted: root.session.sendMessage()
@@ -203,10 +261,13 @@ Item {
                     font.pixelSize: 13
                     padding: 12
                     selectByMouse: true
+                    Accessible.name: "Frag mich etwas..."
                     background: Rectangle {
                         radius: 12
                         antialiasing: true
                         color: Qt.rgba(1, 1, 1, 0.15)
+                        border.width: field.activeFocus ? 1 : 0
+                        border.color: Qt.rgba(1, 1, 1, 0.35)
                     }
                 }
 
@@ -221,13 +282,16 @@ Item {
                         symbol: "arrow.up.circle.fill"
                         tint: root.accent
                         enabled: root.session.canSend
+                        Accessible.name: "Senden"
                         readonly property bool shown: !root.session.isLoading
-                        visible: opacity > 0.001
+                        visible: shown || opacity > 0.001
                         scale: shown ? 1 : 0.00001
                         opacity: shown ? 1 : 0
                         Behavior on scale { NumberAnimation { duration: 200; easing.type: Easing.InOutQuad } }
                         Behavior on opacity { NumberAnimation { duration: 200; easing.type: Easing.InOutQuad } }
                         onClicked: root.session.sendMessage()
+                        // A keyboard user who sent or stopped goes on typing.
+                        onShownChanged: if (!shown && activeFocus) field.forceActiveFocus(Qt.OtherFocusReason)
                     }
 
                     SymbolButton {
@@ -236,17 +300,27 @@ Item {
                         anchors.centerIn: parent
                         symbol: "xmark.circle.fill"
                         tint: "gray"
+                        Accessible.name: "Stoppen"
                         readonly property bool shown: root.session.isLoading
-                        visible: opacity > 0.001
+                        visible: shown || opacity > 0.001
                         scale: shown ? 1 : 0.00001
                         opacity: shown ? 1 : 0
                         Behavior on scale { NumberAnimation { duration: 200; easing.type: Easing.InOutQuad } }
                         Behavior on opacity { NumberAnimation { duration: 200; easing.type: Easing.InOutQuad } }
                         onClicked: root.session.cancelStreaming()
+                        onShownChanged: if (!shown && activeFocus) field.forceActiveFocus(Qt.OtherFocusReason)
                     }
                 }
             }
         }
+    }
+
+    // What a screen reader hears when an answer has ended: the whole answer, once.
+    Item {
+        objectName: "announcer"
+        visible: screen.announcement !== ""
+        Accessible.role: Accessible.AlertMessage
+        Accessible.name: screen.announcement
     }
 
     Item {

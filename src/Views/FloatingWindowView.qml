@@ -13,7 +13,12 @@ GlassFrame {
     signal settingsRequested()
     signal aboutRequested()
 
+    function focusQuestionField() {
+        chat.focusQuestionField();
+    }
+
     ChatView {
+        id: chat
         anchors.fill: parent
         session: root.session
         settings: root.settings

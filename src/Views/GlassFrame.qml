@@ -1,7 +1,8 @@
 import QtQuick
 
 // The glass pane of a shell window with its soft shadow. The native window is larger than the pane by
-// `shadowMargin` on every side so the shadow has room; children go onto the pane.
+// `shadowMargin` on every side so the shadow has room; children go onto the pane. Without a margin (no
+// compositor to blend a shadow) the pane is the window.
 Item {
     id: frame
 
@@ -11,7 +12,7 @@ Item {
 
     // A soft shadow from rings that fade outwards; a blurred canvas costs most of a second at start-up.
     Repeater {
-        model: 20
+        model: frame.shadowMargin > 0 ? 20 : 0
         Rectangle {
             required property int index
             x: frame.shadowMargin - index

@@ -1,7 +1,6 @@
 import QtQuick
 import QtQuick.Controls
 import QtQuick.Layouts
-import QtQuick.Window
 import Quillmoor
 
 // The strip at the top: the logo (shrinks the window to its mini form) and the main menu.
@@ -14,24 +13,22 @@ Item {
 
     implicitHeight: row.implicitHeight + 24
 
-    // The fill reaches under the window's rounded top corners but stays square at the bottom.
-    Rectangle {
+    // One fill, rounded like the window at the top: it reaches below the bar and is cut off there.
+    Item {
         anchors.fill: parent
-        radius: bar.cornerRadius
-        color: Qt.rgba(0, 0, 0, 0.1)
+        clip: true
         Rectangle {
-            anchors.left: parent.left
-            anchors.right: parent.right
-            anchors.bottom: parent.bottom
-            height: Math.min(parent.height, bar.cornerRadius)
+            width: parent.width
+            height: parent.height + bar.cornerRadius
+            radius: bar.cornerRadius
             color: Qt.rgba(0, 0, 0, 0.1)
         }
     }
 
     // The frameless window moves by its header.
-    DragHandler {
-        target: null
-        onActiveChanged: if (active && bar.Window.window) bar.Window.window.startSystemMove()
+    WindowDragArea {
+        objectName: "headerBackground"
+        anchors.fill: parent
     }
 
     RowLayout {
@@ -49,7 +46,9 @@ Item {
             symbol: "HeaderIcon"
             tint: bar.color
             symbolHeight: 20
+            Accessible.name: "Verkleinern"
             ToolTip.visible: hovered
+            ToolTip.delay: DesktopStyle.toolTipDelay
             ToolTip.text: "Click to minimize to tiny mode"
             onClicked: bar.minimize()
         }
@@ -62,9 +61,14 @@ Item {
             implicitWidth: 22
             implicitHeight: 20
             hoverEnabled: true
-            focusPolicy: Qt.NoFocus
+            focusPolicy: Qt.TabFocus
+            Accessible.role: Accessible.ButtonMenu
+            Accessible.name: "Menü"
             ToolTip.visible: hovered
+            ToolTip.delay: DesktopStyle.toolTipDelay
             ToolTip.text: "Menu"
+            Keys.onReturnPressed: menuButton.clicked()
+            Keys.onEnterPressed: menuButton.clicked()
             onClicked: menu.popup(menuButton, menuButton.width - menu.width, menuButton.height + 4)
 
             contentItem: Item {
@@ -84,9 +88,15 @@ Item {
                 }
             }
 
+            FocusRing {
+                shown: menuButton.visualFocus
+            }
+
             Menu {
                 id: menu
                 objectName: "mainMenu"
+                // Opened from the keyboard, it is walked with the arrow keys.
+                focus: true
                 MenuItem {
                     text: "Einstellungen"
                     onTriggered: AppActions.openSettings()

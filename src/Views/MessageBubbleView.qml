@@ -8,7 +8,10 @@ Item {
     required property string text
     required property bool isUser
     required property var attachments
+    required property int index
     property color accentColor: "orange"
+    // The answer that is still streaming in: screen readers hear it once it has ended, not piece by piece.
+    property bool streaming: false
     // Starts at 20 and follows the measured height of the rendered text.
     readonly property real textHeight: markdown.dynamicHeight
     // Room kept free beside a full-width bubble, so the side it belongs to stays visible.
@@ -59,6 +62,7 @@ Item {
 
                 MarkdownTextView {
                     id: markdown
+                    objectName: "markdown"
                     x: 12
                     y: 12
                     width: row.maximumTextWidth
@@ -66,6 +70,7 @@ Item {
                     markdown: row.text
                     textColor: row.isUser ? "white" : "black"
                     accentColor: row.accentColor
+                    Accessible.ignored: row.streaming
                 }
             }
         }

@@ -10,6 +10,8 @@ Item {
 
     width: 70
     height: 70
+    Accessible.role: Accessible.Button
+    Accessible.name: "Quillmoor öffnen"
 
     HoverHandler { id: hover }
 

@@ -101,6 +101,13 @@ Item {
             boundsBehavior: Flickable.StopAtBounds
             ScrollBar.vertical: ScrollBar { policy: ScrollBar.AsNeeded }
 
+            // The form's empty space moves the window like the rest of its background.
+            WindowDragArea {
+                objectName: "formBackground"
+                width: form.width
+                height: Math.max(form.height, form.contentHeight)
+            }
+
             ColumnLayout {
                 id: sections
                 x: 16
@@ -118,25 +125,43 @@ Item {
                             spacing: 12
                             Repeater {
                                 model: root.settings.accentColors
-                                Rectangle {
+                                AbstractButton {
+                                    id: swatch
                                     required property color modelData
                                     required property int index
                                     objectName: "swatch" + index
                                     width: 22
                                     height: 22
-                                    radius: 11
-                                    color: modelData
-                                    border.color: Qt.rgba(1, 1, 1, 0.1)
-                                    border.width: 1
-                                    Symbol {
-                                        anchors.centerIn: parent
-                                        name: "checkmark"
-                                        tint: "white"
-                                        size: 12
-                                        opacity: index === root.settings.accentColorIndex ? 1 : 0
-                                        Behavior on opacity { NumberAnimation { duration: 350; easing.type: Easing.OutCubic } }
+                                    focusPolicy: Qt.TabFocus
+                                    checkable: false
+                                    checked: index === root.settings.accentColorIndex
+                                    Accessible.role: Accessible.RadioButton
+                                    Accessible.checkable: true
+                                    Accessible.checked: checked
+                                    Accessible.name: root.screen.accentColorName(index)
+                                    Keys.onReturnPressed: swatch.clicked()
+                                    Keys.onEnterPressed: swatch.clicked()
+                                    onClicked: root.screen.chooseAccentColor(index)
+                                    background: Rectangle {
+                                        radius: 11
+                                        color: swatch.modelData
+                                        border.color: Qt.rgba(1, 1, 1, 0.1)
+                                        border.width: 1
                                     }
-                                    TapHandler { onTapped: root.screen.chooseAccentColor(index) }
+                                    contentItem: Item {
+                                        Symbol {
+                                            anchors.centerIn: parent
+                                            name: "checkmark"
+                                            tint: "white"
+                                            size: 12
+                                            opacity: swatch.checked ? 1 : 0
+                                            Behavior on opacity { NumberAnimation { duration: 350; easing.type: Easing.OutCubic } }
+                                        }
+                                    }
+                                    FocusRing {
+                                        shown: swatch.visualFocus
+                                        radius: 14
+                                    }
                                 }
                             }
                         }
@@ -151,23 +176,85 @@ Item {
                         id: picker
                         objectName: "modelPicker"
                         Layout.fillWidth: true
+                        implicitHeight: 30
                         Accessible.name: "Modell wählen"
                         model: root.settings.availableModels
                         currentIndex: model.indexOf(root.settings.selectedModel)
                         displayText: root.settings.selectedModel
                         onActivated: index => root.screen.chooseModel(textAt(index))
+                        font.pixelSize: 13
+                        leftPadding: 10
+                        rightPadding: 30
+
+                        // Dark glass like the rest of the form, not the toolkit's light grey.
+                        background: Rectangle {
+                            radius: 7
+                            color: picker.pressed || picker.popup.visible ? Qt.rgba(1, 1, 1, 0.16)
+                                   : picker.hovered ? Qt.rgba(1, 1, 1, 0.12) : Qt.rgba(1, 1, 1, 0.08)
+                            border.width: 1
+                            border.color: Qt.rgba(1, 1, 1, 0.14)
+                            FocusRing {
+                                shown: picker.visualFocus
+                                radius: 9
+                            }
+                        }
+                        contentItem: Text {
+                            text: picker.displayText
+                            font: picker.font
+                            color: root.primary
+                            verticalAlignment: Text.AlignVCenter
+                            elide: Text.ElideRight
+                        }
+                        indicator: Symbol {
+                            x: picker.width - width - 10
+                            y: (picker.height - height) / 2
+                            name: "chevron.up.chevron.down"
+                            tint: root.secondary
+                            size: 12
+                        }
+                        popup: Popup {
+                            y: picker.height + 4
+                            width: picker.width
+                            implicitHeight: contentItem.implicitHeight + 8
+                            padding: 4
+                            contentItem: ListView {
+                                clip: true
+                                implicitHeight: contentHeight
+                                model: picker.popup.visible ? picker.delegateModel : null
+                                currentIndex: picker.highlightedIndex
+                            }
+                            background: Rectangle {
+                                radius: 8
+                                color: Qt.rgba(0.16, 0.17, 0.2, 0.97)
+                                border.width: 1
+                                border.color: Qt.rgba(1, 1, 1, 0.14)
+                            }
+                        }
                         delegate: ItemDelegate {
                             id: item
                             required property string modelData
                             required property int index
-                            width: picker.width
+                            width: picker.width - 8
+                            implicitHeight: 28
                             text: modelData
                             highlighted: picker.highlightedIndex === index
                             hoverEnabled: true
+                            contentItem: Text {
+                                text: item.text
+                                font.pixelSize: 13
+                                font.bold: item.modelData === root.settings.selectedModel
+                                color: root.primary
+                                verticalAlignment: Text.AlignVCenter
+                                elide: Text.ElideRight
+                            }
+                            background: Rectangle {
+                                radius: 5
+                                color: item.highlighted ? Qt.rgba(1, 1, 1, 0.14) : "transparent"
+                            }
                             readonly property string help: root.screen.modelHelpText(modelData)
                             ToolTip.visible: hovered && help !== ""
                             ToolTip.text: help
-                            ToolTip.delay: 400
+                            ToolTip.delay: DesktopStyle.toolTipDelay
                         }
                     }
                 }
@@ -190,6 +277,17 @@ Item {
                         background: null
                         text: root.settings.masterPrompt
                         onTextChanged: root.screen.setMasterPrompt(text)
+                        Accessible.name: "Persönlichkeit"
+                        // Tab leaves the prompt, as everywhere else in the form; a prompt has no use for tabs.
+                        Keys.priority: Keys.BeforeItem
+                        Keys.onTabPressed: event => {
+                            nextItemInFocusChain(true).forceActiveFocus(Qt.TabFocusReason);
+                            event.accepted = true;
+                        }
+                        Keys.onBacktabPressed: event => {
+                            nextItemInFocusChain(false).forceActiveFocus(Qt.BacktabFocusReason);
+                            event.accepted = true;
+                        }
                     }
                 }
 
@@ -214,9 +312,12 @@ Item {
                                 maximumLineCount: 1
                             }
                             SymbolButton {
+                                objectName: "knowledgeRemoveButton"
                                 symbol: "xmark.circle.fill"
                                 tint: root.secondary
                                 symbolHeight: 16
+                                Accessible.name: "Entfernen"
+                                Accessible.description: parent.name
                                 onClicked: root.screen.removeKnowledgeRow(parent.index)
                             }
                         }
@@ -274,6 +375,10 @@ Item {
                         Layout.fillWidth: true
                         implicitHeight: 24
                         hoverEnabled: true
+                        focusPolicy: Qt.StrongFocus
+                        Accessible.name: "Chatverlauf löschen"
+                        Keys.onReturnPressed: clearButton.clicked()
+                        Keys.onEnterPressed: clearButton.clicked()
                         onClicked: root.screen.clearChat()
                         contentItem: RowLayout {
                             spacing: 6
@@ -285,6 +390,9 @@ Item {
                                 opacity: clearButton.pressed ? 0.6 : 1
                             }
                             Item { Layout.fillWidth: true }
+                        }
+                        FocusRing {
+                            shown: clearButton.visualFocus
                         }
                     }
                 }

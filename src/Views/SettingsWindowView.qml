@@ -1,6 +1,5 @@
 import QtQuick
 import QtQuick.Controls
-import QtQuick.Window
 import Quillmoor
 
 // The settings window's content: glass, a lone close button where a title bar would have it, and the
@@ -16,9 +15,10 @@ GlassFrame {
         anchors.fill: parent
     }
 
-    DragHandler {
-        target: null
-        onActiveChanged: if (active && root.Window.window) root.Window.window.startSystemMove()
+    // The window moves by its background.
+    WindowDragArea {
+        objectName: "settingsBackground"
+        anchors.fill: parent
     }
 
     SettingsView {
@@ -35,7 +35,10 @@ GlassFrame {
         width: 12
         height: 12
         hoverEnabled: true
-        focusPolicy: Qt.NoFocus
+        focusPolicy: Qt.TabFocus
+        Accessible.name: "Schließen"
+        Keys.onReturnPressed: closeButton.clicked()
+        Keys.onEnterPressed: closeButton.clicked()
         onClicked: root.closeRequested()
         contentItem: Item {}
         background: Rectangle {
@@ -48,8 +51,12 @@ GlassFrame {
                 font.pixelSize: 11
                 font.bold: true
                 color: Qt.rgba(0.3, 0, 0, 0.8)
-                visible: closeButton.hovered
+                visible: closeButton.hovered || closeButton.visualFocus
             }
+        }
+        FocusRing {
+            shown: closeButton.visualFocus
+            radius: 9
         }
     }
 

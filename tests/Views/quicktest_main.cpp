@@ -5,6 +5,7 @@
 #include "AppSettings.h"
 #include "AttachmentImageProvider.h"
 #include "Chat/ChatSession.h"
+#include "Core/SettingsScreenState.h"
 #include "IconImageProvider.h"
 #include "Services/ContextManager.h"
 #include "Services/InfomaniakAPI.h"
@@ -25,6 +26,7 @@ class ViewsFixture : public QObject {
     Q_OBJECT
     Q_PROPERTY(ChatSession *session READ session CONSTANT)
     Q_PROPERTY(AppSettings *settings READ settings CONSTANT)
+    Q_PROPERTY(SettingsScreenState *settingsScreen READ settingsScreen CONSTANT)
 public:
     ViewsFixture()
     {
@@ -32,10 +34,12 @@ public:
         m_api = clientFor(m_provider);
         m_contextManager = std::make_unique<ContextManager>(m_api);
         m_session = std::make_unique<ChatSession>(*m_contextManager, m_settings);
+        m_settingsScreen = std::make_unique<SettingsScreenState>(m_settings, *m_contextManager);
     }
 
     ChatSession *session() const { return m_session.get(); }
     AppSettings *settings() { return &m_settings; }
+    SettingsScreenState *settingsScreen() const { return m_settingsScreen.get(); }
 
     // The next answer: these pieces, each after a pause.
     Q_INVOKABLE void scriptAnswer(const QStringList &pieces, int delayMs)
@@ -81,6 +85,7 @@ private:
     AppSettings m_settings;
     std::unique_ptr<ContextManager> m_contextManager;
     std::unique_ptr<ChatSession> m_session;
+    std::unique_ptr<SettingsScreenState> m_settingsScreen;
 };
 
 class Setup : public QObject {

@@ -1,0 +1,133 @@
+import QtQuick
+import QtQuick.Controls
+import QtTest
+import Quillmoor
+import QuillmoorTest
+
+Item {
+    id: host
+    width: 400
+    height: 600
+
+    // The settings window's glass, which the form shows through.
+    GlassBackgroundView {
+        anchors.fill: parent
+    }
+
+    SettingsView {
+        id: view
+        anchors.fill: parent
+        screen: Fixture.settingsScreen
+        settings: Fixture.settings
+    }
+
+    TestCase {
+        name: "SettingsView"
+        when: windowShown
+
+        property var settings: Fixture.settings
+
+        function named(name) {
+            const item = findChild(view, name);
+            verify(item, "no item named " + name);
+            return item;
+        }
+
+        function focused() {
+            return host.Window.activeFocusItem;
+        }
+
+        // Tabs from the current item until `name` has the keyboard; fails after a full round.
+        function tabTo(name) {
+            for (let i = 0; i < 20; ++i) {
+                if (focused() && focused().objectName === name)
+                    return focused();
+                keyClick(Qt.Key_Tab);
+            }
+            fail(name + " is not reached with Tab");
+        }
+
+        function init() {
+            settings.accentColorIndex = 0;
+            settings.selectedModel = settings.availableModels[0];
+            settings.masterPrompt = "";
+        }
+
+        function cleanup() {
+            init();
+        }
+
+        // Every setting is reached with Tab and changed from the keyboard; the symbol-only controls have
+        // German names for screen readers.
+        function test_keyboardOperatesEverySetting() {
+            Fixture.settingsScreen.dropFiles([Fixture.document("wissen.txt")]);
+            tryVerify(() => findChild(view, "knowledgeRemoveButton") !== null, 3000);
+
+            const reached = {};
+            named("swatch0").forceActiveFocus(Qt.TabFocusReason);
+            for (let i = 0; i < 14; ++i) {
+                const item = focused();
+                if (item && item.objectName !== "")
+                    reached[item.objectName] = item.Accessible.name;
+                keyClick(Qt.Key_Tab);
+            }
+            compare(reached["swatch0"], "Orange");
+            compare(reached["swatch4"], "Grün");
+            compare(reached["modelPicker"], "Modell wählen");
+            compare(reached["promptEditor"], "Persönlichkeit");
+            compare(reached["knowledgeRemoveButton"], "Entfernen");
+            compare(reached["clearChatButton"], "Chatverlauf löschen");
+
+            named("swatch0").forceActiveFocus(Qt.TabFocusReason);
+            tabTo("swatch2");
+            keyClick(Qt.Key_Space);
+            compare(settings.accentColorIndex, 2);
+            compare(named("swatch2").Accessible.checked, true);
+            tabTo("swatch3");
+            keyClick(Qt.Key_Return);
+            compare(settings.accentColorIndex, 3);
+
+            tabTo("modelPicker");
+            keyClick(Qt.Key_Down);
+            compare(settings.selectedModel, settings.availableModels[1]);
+
+            tabTo("promptEditor");
+            keyClick(Qt.Key_K);
+            keyClick(Qt.Key_Tab);
+            compare(settings.masterPrompt, "k", "Tab leaves the prompt instead of typing a tab");
+            verify(focused().objectName !== "promptEditor");
+
+            tabTo("knowledgeRemoveButton");
+            keyClick(Qt.Key_Space);
+            tryVerify(() => findChild(view, "knowledgeRemoveButton") === null);
+
+            Fixture.reset();
+            Fixture.scriptAnswer(["Antwort"], 0);
+            Fixture.session.inputText = "Frage";
+            Fixture.session.sendMessage();
+            tryCompare(Fixture.session.messages, "count", 2);
+            tryCompare(Fixture.session, "isLoading", false, 5000);
+            named("swatch0").forceActiveFocus(Qt.TabFocusReason);
+            tabTo("clearChatButton");
+            keyClick(Qt.Key_Space);
+            compare(Fixture.session.messages.count, 0);
+        }
+
+        // The picker is dark glass like the rest of the form, with light text: its fill differs little from
+        // the section around it.
+        function test_pickerMatchesTheForm() {
+            const picker = named("modelPicker");
+            waitForRendering(picker);
+            const image = grabImage(host);
+            const luminance = (item, x, y) => {
+                const at = item.mapToItem(host, x, y);
+                const c = image.pixel(at.x, at.y);
+                return 0.2126 * c.r + 0.7152 * c.g + 0.0722 * c.b;
+            };
+            const inside = luminance(picker, picker.width * 0.75, picker.height / 2);
+            const around = luminance(picker, picker.width * 0.75, picker.height + 3);
+            verify(Math.abs(inside - around) < 0.1, "inside " + inside + ", around " + around);
+            compare(picker.contentItem.color, Qt.color("white"));
+        }
+    }
+}
