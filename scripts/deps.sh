@@ -10,6 +10,9 @@ PACKAGES=(
   qt6-image-formats-plugins fonts-noto-color-emoji
   qcoro-qt6-dev libpoppler-qt6-dev libzip-dev libicu-dev
   xvfb xauth
+  # The shell's X11 calls (input regions, workspaces), and the window manager, compositor and X tools of
+  # the window check under Xvfb.
+  libxcb1-dev libxcb-shape0-dev openbox xcompmgr xdotool x11-utils
 )
 
 missing=()

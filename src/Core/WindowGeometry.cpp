@@ -86,4 +86,13 @@ QRect centredIn(const QSize &size, const QRect &area)
             size.width(), size.height()};
 }
 
+QRect helpTipFrameFor(const QRect &anchor, const QSize &size, const QRect &area)
+{
+    constexpr int gap = 6;
+    QRect tip(QPoint(anchor.x() + (anchor.width() - size.width()) / 2, bottomOf(anchor) + gap), size);
+    if (bottomOf(tip) > bottomOf(area))
+        tip.moveTop(anchor.y() - gap - size.height());
+    return clampedToArea(tip, area);
+}
+
 } // namespace WindowGeometry

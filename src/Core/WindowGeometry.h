@@ -33,4 +33,8 @@ QRect snappedToNearestEdge(const QRect &frame, const QRect &area);
 // A frame of `size` centred in `area`.
 QRect centredIn(const QSize &size, const QRect &area);
 
+// Where a hover help of `size` opens for a control with frame `anchor`: centred below it, above it when
+// there is no room below, and moved sideways to stay inside `area`.
+QRect helpTipFrameFor(const QRect &anchor, const QSize &size, const QRect &area);
+
 } // namespace WindowGeometry

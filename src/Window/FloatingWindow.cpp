@@ -19,3 +19,10 @@ FloatingWindow::FloatingWindow(QQmlEngine *engine, ChatSession &session, AppSett
         connect(root, SIGNAL(aboutRequested()), this, SIGNAL(aboutRequested()));
     }
 }
+
+void FloatingWindow::showEvent(QShowEvent *event)
+{
+    GlassWindow::showEvent(event);
+    if (QQuickItem *root = rootObject())
+        QMetaObject::invokeMethod(root, "focusQuestionField");
+}

@@ -14,6 +14,10 @@ public:
     FloatingWindow(QQmlEngine *engine, ChatSession &session, AppSettings &settings,
                    std::function<void()> onMinimize);
 
+protected:
+    // The question field takes the keyboard whenever the window appears.
+    void showEvent(QShowEvent *event) override;
+
 signals:
     // The window's own menu: the settings and the About dialog.
     void settingsRequested();

@@ -2,10 +2,14 @@
 
 #include "AppSettings.h"
 #include "Core/WindowGeometry.h"
+#include "DesktopStyle.h"
 #include "Window/GlassWindow.h"
+#include "Window/HelpTipWindow.h"
+#include "Window/WindowSystem.h"
 
 #include <QGuiApplication>
 #include <QMouseEvent>
+#include <QPainterPath>
 #include <QScreen>
 #include <QStyleHints>
 
@@ -22,10 +26,78 @@ MiniLogoWindow::MiniLogoWindow(QQmlEngine *engine, AppSettings &settings)
     m_dragEndTimer.setSingleShot(true);
     m_dragEndTimer.setInterval(DragEndMs);
     connect(&m_dragEndTimer, &QTimer::timeout, this, &MiniLogoWindow::dragEnded);
+
+    m_helpTimer.setSingleShot(true);
+    m_helpTimer.setInterval(DesktopStyle::ToolTipDelayMs);
+    connect(&m_helpTimer, &QTimer::timeout, this, &MiniLogoWindow::showHelp);
+}
+
+MiniLogoWindow::~MiniLogoWindow() = default;
+
+bool MiniLogoWindow::event(QEvent *event)
+{
+    if (event->type() == QEvent::Enter)
+        m_helpTimer.start();
+    else if (event->type() == QEvent::Leave)
+        hideHelp();
+    return QQuickView::event(event);
+}
+
+void MiniLogoWindow::applyShape()
+{
+    // Only the disc takes the mouse; its corners let clicks through. Without a compositor to blend its
+    // shadow the corners are cut out as well.
+    QPainterPath disc;
+    const qreal inset = (WindowGeometry::LogoSize - LogoDiameter) / 2;
+    disc.addEllipse(QRectF(inset, inset, LogoDiameter, LogoDiameter));
+    WindowSystem::setShape(this, disc, !WindowSystem::isCompositing(this));
+}
+
+void MiniLogoWindow::showEvent(QShowEvent *event)
+{
+    applyShape();
+    m_shapeAfterMap = true;
+    WindowSystem::showOnAllWorkspaces(this);
+    QQuickView::showEvent(event);
+}
+
+void MiniLogoWindow::exposeEvent(QExposeEvent *event)
+{
+    // Once more when the window manager has taken the window on: some copy a shape to their frame
+    // only when it changes.
+    if (m_shapeAfterMap && isExposed()) {
+        m_shapeAfterMap = false;
+        applyShape();
+    }
+    QQuickView::exposeEvent(event);
+}
+
+void MiniLogoWindow::hideEvent(QHideEvent *event)
+{
+    hideHelp();
+    QQuickView::hideEvent(event);
+}
+
+void MiniLogoWindow::showHelp()
+{
+    if (!isVisible() || m_pressed)
+        return;
+    if (!m_helpTip)
+        m_helpTip = std::make_unique<HelpTipWindow>(engine());
+    m_helpTip->setScreen(screen());
+    m_helpTip->showBeside(geometry(), HelpText);
+}
+
+void MiniLogoWindow::hideHelp()
+{
+    m_helpTimer.stop();
+    if (m_helpTip)
+        m_helpTip->hide();
 }
 
 void MiniLogoWindow::mousePressEvent(QMouseEvent *event)
 {
+    hideHelp();
     m_shouldSnap = true;
     if (event->button() == Qt::LeftButton) {
         m_pressed = true;

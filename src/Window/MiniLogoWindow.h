@@ -4,11 +4,15 @@
 #include <QQuickView>
 #include <QTimer>
 
+#include <memory>
+
 class AppSettings;
+class HelpTipWindow;
 
 // The round logo of mini mode. Once it has been pressed it stays inside the visible area of its screen
 // while it moves, and shortly after a drag it snaps flush to the nearest edge. A click without a drag asks
-// the application to expand again.
+// the application to expand again. Only the round logo takes the mouse; resting on it opens its hover
+// help.
 class MiniLogoWindow : public QQuickView {
     Q_OBJECT
 public:
@@ -16,15 +20,26 @@ public:
     static constexpr int DragEndMs = 100;
     static constexpr int BusyRetryMs = 50;
 
+    // The diameter of the round logo in the middle of the window.
+    static constexpr qreal LogoDiameter = 44;
+    static inline const QString HelpText = QStringLiteral("Click to open Quillmoor");
+
     MiniLogoWindow(QQmlEngine *engine, AppSettings &settings);
+    ~MiniLogoWindow() override;
 
     bool shouldSnap() const { return m_shouldSnap; }
     bool isUpdatingFrame() const { return m_isUpdatingFrame; }
+    // The hover help, once it was first shown.
+    HelpTipWindow *helpTip() const { return m_helpTip.get(); }
 
 signals:
     void clicked();
 
 protected:
+    bool event(QEvent *event) override;
+    void showEvent(QShowEvent *event) override;
+    void exposeEvent(QExposeEvent *event) override;
+    void hideEvent(QHideEvent *event) override;
     void mousePressEvent(QMouseEvent *event) override;
     void mouseMoveEvent(QMouseEvent *event) override;
     void mouseReleaseEvent(QMouseEvent *event) override;
@@ -32,6 +47,9 @@ protected:
 
 private:
     void windowDidMove();
+    void applyShape();
+    void showHelp();
+    void hideHelp();
     void dragEnded();
     void constrainToScreenBounds();
     void performSnapping();
@@ -41,6 +59,9 @@ private:
     bool m_isUpdatingFrame = false;
     bool m_shouldSnap = false;
     QTimer m_dragEndTimer;
+    bool m_shapeAfterMap = false;
+    QTimer m_helpTimer;
+    std::unique_ptr<HelpTipWindow> m_helpTip;
 
     // The press that may become a drag: where the pointer and the window were.
     bool m_pressed = false;

@@ -7,9 +7,11 @@
 #include "TestMain.h"
 #include "TestProvider.h"
 #include "Window/FloatingWindow.h"
+#include "Window/HelpTipWindow.h"
 #include "Window/MiniLogoWindow.h"
 #include "Window/SettingsWindow.h"
 
+#include <QQuickItem>
 #include <QSignalSpy>
 
 class TestAppDelegate : public QObject {
@@ -80,6 +82,51 @@ private slots:
         delegate.openSettings();
         QCOMPARE(delegate.settingsWindow(), settingsWindow);
         QVERIFY(delegate.settingsWindow()->isVisible());
+    }
+
+    // Typing goes into the question field at launch and whenever the chat window comes back from mini
+    // mode, wherever the keyboard was before.
+    void questionFieldTakesTheKeyboardWhenTheChatAppears()
+    {
+        AppDelegate delegate;
+        delegate.applicationDidFinishLaunching();
+        FloatingWindow *chat = delegate.floatingWindow();
+        QTRY_VERIFY(chat->activeFocusItem());
+        QCOMPARE(chat->activeFocusItem()->objectName(), QStringLiteral("inputField"));
+
+        auto *logo = chat->rootObject()->findChild<QQuickItem *>(QStringLiteral("logoButton"));
+        QVERIFY(logo);
+        logo->forceActiveFocus(Qt::TabFocusReason);
+        QCOMPARE(chat->activeFocusItem(), logo);
+
+        QMetaObject::invokeMethod(&delegate, "minimizeToTiny");
+        QTRY_VERIFY(delegate.miniWindow() && !delegate.isTransitioning());
+        Notifier::instance().post(Notifier::ExpandFromMiniMode);
+        QTRY_VERIFY(chat->isVisible() && !delegate.isTransitioning());
+        QTRY_COMPARE(chat->activeFocusItem()->objectName(), QStringLiteral("inputField"));
+    }
+
+    // Resting on the logo opens its help in a window of its own, beside the logo; a press closes it.
+    void logoShowsItsHelpWhenRestedOn()
+    {
+        AppDelegate delegate;
+        delegate.applicationDidFinishLaunching();
+        QMetaObject::invokeMethod(&delegate, "minimizeToTiny");
+        QTRY_VERIFY(delegate.miniWindow() && !delegate.isTransitioning());
+        MiniLogoWindow *logo = delegate.miniWindow();
+
+        const QPointF centre(35, 35);
+        QEnterEvent enter(centre, centre, logo->mapToGlobal(centre));
+        QCoreApplication::sendEvent(logo, &enter);
+        QVERIFY(!logo->helpTip() || !logo->helpTip()->isVisible()); // not at once
+        QTRY_VERIFY(logo->helpTip() && logo->helpTip()->isVisible());
+        QCOMPARE(logo->helpTip()->text(), QStringLiteral("Click to open Quillmoor"));
+        QVERIFY(logo->helpTip()->geometry().top() >= logo->geometry().bottom() ||
+                logo->helpTip()->geometry().bottom() <= logo->geometry().top());
+
+        QTest::mousePress(logo, Qt::LeftButton, {}, centre.toPoint());
+        QVERIFY(!logo->helpTip()->isVisible());
+        QTest::mouseRelease(logo, Qt::LeftButton, {}, centre.toPoint());
     }
 
 private:

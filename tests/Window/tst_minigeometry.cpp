@@ -124,6 +124,24 @@ private slots:
 
 private:
     int rightEdge() const { return area.x() + area.width(); }
+
+    // The logo's hover help opens below it, or above it at the bottom edge, and never leaves the area.
+    void helpTipStaysOnTheScreen_data()
+    {
+        QTest::addColumn<QRect>("logo");
+        QTest::addColumn<QRect>("expected");
+        QTest::addRow("below, centred") << QRect(500, 300, 70, 70) << QRect(460, 376, 150, 24);
+        QTest::addRow("at the bottom edge") << QRect(500, 760, 70, 70) << QRect(460, 730, 150, 24);
+        QTest::addRow("at the left edge") << QRect(40, 300, 70, 70) << QRect(40, 376, 150, 24);
+        QTest::addRow("at the right edge") << QRect(1170, 300, 70, 70) << QRect(1090, 376, 150, 24);
+        QTest::addRow("in the bottom right corner") << QRect(1170, 760, 70, 70) << QRect(1090, 730, 150, 24);
+    }
+    void helpTipStaysOnTheScreen()
+    {
+        QFETCH(QRect, logo);
+        QFETCH(QRect, expected);
+        QCOMPARE(helpTipFrameFor(logo, QSize(150, 24), area), expected);
+    }
 };
 
 QUILLMOOR_TEST_MAIN(TestMiniGeometry)
