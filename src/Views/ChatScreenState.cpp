@@ -32,7 +32,7 @@ void ChatScreenState::setSession(ChatSession *session)
         const auto changed = [this] { conversationChanged(); };
         m_connections = {
             connect(session, &ChatSession::isLoadingChanged, this, &ChatScreenState::loadingChanged),
-            connect(session, &ChatSession::visionRefusalPosted, this, &ChatScreenState::loadingChanged),
+            connect(session, &ChatSession::visionRefusalPosted, this, &ChatScreenState::announceLastAnswer),
             connect(messages, &QAbstractItemModel::rowsInserted, this, changed),
             connect(messages, &QAbstractItemModel::rowsRemoved, this, changed),
             connect(messages, &QAbstractItemModel::modelReset, this, changed),
@@ -87,12 +87,18 @@ void ChatScreenState::loadingChanged()
 {
     updateThinkingIndicator();
     updateStreamingRow();
-    if (!m_session)
-        return;
     // A screen reader hears the answer once, whole, when it has ended; never piece by piece.
+    if (m_session && m_session->isLoading())
+        setAnnouncement(QString());
+    else
+        announceLastAnswer();
+}
+
+void ChatScreenState::announceLastAnswer()
+{
     setAnnouncement(QString());
-    const MessageListModel *messages = m_session->messages();
-    if (!m_session->isLoading() && !messages->isEmpty() && !messages->last().isUser())
+    const MessageListModel *messages = m_session ? m_session->messages() : nullptr;
+    if (messages && !messages->isEmpty() && !messages->last().isUser())
         setAnnouncement(messages->last().text());
 }
 

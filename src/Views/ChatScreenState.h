@@ -86,6 +86,7 @@ signals:
 private:
     void conversationChanged();
     void loadingChanged();
+    void announceLastAnswer();
     void updateThinkingIndicator();
     void updateStreamingRow();
     bool lastMessageIsUser() const;

@@ -275,6 +275,14 @@ Item {
             compare(reached["menuButton"], "Menü");
             compare(reached["inputField"], "Frag mich etwas...");
 
+            // The menu opens from the keyboard and closes with Escape.
+            named("menuButton").forceActiveFocus(Qt.TabFocusReason);
+            keyClick(Qt.Key_Space);
+            const menu = named("mainMenu");
+            tryCompare(menu, "opened", true);
+            keyClick(Qt.Key_Escape);
+            tryCompare(menu, "visible", false);
+
             // Space on the focused remove button removes the attachment.
             while (host.Window.activeFocusItem.objectName !== "removeButton")
                 keyClick(Qt.Key_Tab);
@@ -338,6 +346,12 @@ Item {
             compare(announcer.Accessible.role, Accessible.AlertMessage);
             compare(announcer.Accessible.name, "Erstens zweitens drittens.");
             compare(findChild(bubble(1), "markdown").Accessible.ignored, false);
+
+            // The reply refusing pictures is told as well.
+            session.addAttachment(Fixture.picture("bild.png"));
+            tryCompare(session.pendingAttachments, "count", 1);
+            session.sendMessage();
+            tryVerify(() => state.announcement.startsWith("Entschuldigung"), 3000);
         }
 
         // The picture is cut to the tile's rounded corners; the document name ends in an ellipsis.
