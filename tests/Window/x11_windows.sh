@@ -34,6 +34,9 @@ check() { # description, command...
     echo "PASS   $PASS_NAME: $what"
   else
     echo "FAIL!  $PASS_NAME: $what"
+    echo "    keyboard on: $(xdotool getwindowfocus getwindowname 2>/dev/null)"
+    echo "    provider: $(tail -n 3 "$WORK/provider.log" | tr '\n' '|')"
+    echo "    app: $(tail -n 5 "$WORK/app.log" | tr '\n' '|')"
     FAILURES=$((FAILURES + 1))
   fi
 }
@@ -50,7 +53,7 @@ eventually() { # seconds, command...: polls until the command succeeds
 # Geometry of an X window: sets X Y W H.
 geometry() {
   local info
-  info=$(xwininfo -id "$1")
+  info=$(xwininfo -id "$1" 2>/dev/null)
   X=$(awk '/Absolute upper-left X/ {print $4}' <<<"$info")
   Y=$(awk '/Absolute upper-left Y/ {print $4}' <<<"$info")
   W=$(awk '/Width:/ {print $2}' <<<"$info")
@@ -132,13 +135,14 @@ run_pass() { # name, compositor (yes/no), scale
   # A window beneath everything that reports the clicks it receives.
   xev -geometry 2400x1600+0+0 -event button >"$WORK/xev.log" 2>&1 &
   PIDS+=($!)
-  eventually 10 sh -c 'xdotool search --onlyvisible --name "Event Tester" | grep -q .'
+  eventually 10 sh -c 'xdotool search --onlyvisible --name "Event Tester" 2>/dev/null | grep -q .'
 
   "$PROVIDER" --port 0 --delay 5 >"$WORK/provider.log" 2>&1 &
   PIDS+=($!)
-  eventually 10 grep -q 'QUILLMOOR_API_BASE_URL=' "$WORK/provider.log"
+  # The whole line, not just its start: the provider may still be writing it.
+  eventually 10 grep -q 'QUILLMOOR_API_BASE_URL=http://[^ ]*/v1$' "$WORK/provider.log"
   local base
-  base=$(sed -n 's/.*QUILLMOOR_API_BASE_URL=\([^ ]*\).*/\1/p' "$WORK/provider.log" | head -1)
+  base=$(sed -n 's/.*QUILLMOOR_API_BASE_URL=\(http:[^ ]*\/v1\)$/\1/p' "$WORK/provider.log" | head -1)
 
   rm -rf "$WORK/home" && mkdir -p "$WORK/home"
   HOME="$WORK/home" XDG_CONFIG_HOME="$WORK/home/.config" QUILLMOOR_API_BASE_URL="$base" \
@@ -235,7 +239,7 @@ run_pass() { # name, compositor (yes/no), scale
     sleep 0.5
     check "the corner click leaves mini mode on" viewable "$logo"
     xdotool mousemove $((X + W / 2)) $((Y + H / 2))
-    check "resting on the logo opens its help" eventually 4 sh -c "xdotool search --onlyvisible --name 'Click to open Quillmoor' | grep -q ."
+    check "resting on the logo opens its help" eventually 4 sh -c "xdotool search --onlyvisible --name 'Click to open Quillmoor' 2>/dev/null | grep -q ."
     xdotool click 1
     check "a click on the logo brings back the chat window" eventually 5 viewable "$chat"
     check "the chat window has the keyboard after mini mode" eventually 5 has_keyboard "$chat"
