@@ -8,6 +8,8 @@ PACKAGES=(
   qml6-module-qtquick qml6-module-qtquick-controls qml6-module-qtquick-window qml6-module-qtquick-layouts
   qml6-module-qtquick-templates qml6-module-qtqml-workerscript qml6-module-qttest qml6-module-qtquick-dialogs
   qt6-image-formats-plugins fonts-noto-color-emoji
+  # Qt SQL's SQLite driver, loaded at run time by the vector cache.
+  libqt6sql6-sqlite
   qcoro-qt6-dev libpoppler-qt6-dev libzip-dev libicu-dev
   xvfb xauth
   # The shell's X11 calls (input regions, workspaces), and the window manager, compositor and X tools of
