@@ -8,7 +8,7 @@ PACKAGES=(
   qml6-module-qtquick qml6-module-qtquick-controls qml6-module-qtquick-window qml6-module-qtquick-layouts
   qml6-module-qtquick-templates qml6-module-qtqml-workerscript qml6-module-qttest qml6-module-qtquick-dialogs
   qt6-image-formats-plugins fonts-noto-color-emoji
-  qcoro-qt6-dev libpoppler-qt6-dev libzip-dev libicu-dev
+  qcoro-qt6-dev libpoppler-cpp-dev libzip-dev libicu-dev
   xvfb xauth
 )
 
