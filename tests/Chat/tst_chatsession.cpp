@@ -12,6 +12,10 @@
 #include <QJsonArray>
 #include <QSignalSpy>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 namespace {
 
 using Response = TestProvider::Response;
@@ -254,6 +258,33 @@ private slots:
         QVERIFY(f.session->findAttachment(second));
         f.session->removePendingAttachment(0);
         QCOMPARE(f.session->pendingAttachments()->list().first().id(), second);
+    }
+
+    // Whether a drop is a picture is decided by the file's header, never by reading the file whole: a pipe
+    // named like a picture (which would never end) is a document at once. A folder dropped with a closing
+    // slash is named after the folder.
+    void attachmentsAreJudgedByTheirHeader()
+    {
+        Fixture f;
+        const QDir home(TestEnvironment::home().path());
+        home.mkpath(QStringLiteral("Urlaub"));
+        f.session->addAttachment(
+            QUrl::fromLocalFile(home.filePath(QStringLiteral("Urlaub")) + QLatin1Char('/')));
+        const QString pipe = home.filePath(QStringLiteral("Kamera.webp"));
+        QCOMPARE(::mkfifo(QFile::encodeName(pipe).constData(), 0600), 0);
+        f.session->addAttachment(QUrl::fromLocalFile(pipe));
+        const auto names = [&f] {
+            QStringList found;
+            for (const Attachment &a : f.session->pendingAttachments()->list())
+                found.append(a.type().isDocument() ? a.type().name() : QStringLiteral("<picture>"));
+            found.sort();
+            return found;
+        };
+        QTRY_COMPARE(names(), QStringList({QStringLiteral("Kamera.webp"), QStringLiteral("Urlaub")}));
+        // Let a reader that did open the pipe see its end.
+        const int writer = ::open(QFile::encodeName(pipe).constData(), O_WRONLY | O_NONBLOCK);
+        if (writer >= 0)
+            ::close(writer);
     }
 };
 
