@@ -13,6 +13,7 @@
 
 #include <chrono>
 
+#include <algorithm>
 #include <atomic>
 #include <cmath>
 
@@ -98,6 +99,7 @@ void ContextManager::removeFile(const QUrl &url)
     m_fileChunks.remove(key);
     m_chunkSourceMap.removeIf(
         [&path](const QHash<QString, QUrl>::iterator it) { return it.value().path() == path; });
+    m_rerunFiles.removeIf([&path](const QUrl &known) { return known.path() == path; });
     stopMonitoring(key);
     updateGlobalChunks();
     publish();
@@ -112,6 +114,9 @@ void ContextManager::processFile(const QUrl &url)
 {
     if (m_processingFiles.contains(url)) {
         log(QStringLiteral("⏸️ processFile skipped (already processing): ") + url.fileName());
+        // The running run may have read the file before the change that asked for this one: the file is
+        // processed once more when it ends, so the knowledge always ends at the last saved version.
+        m_rerunFiles.insert(url);
         return;
     }
     // The mark lands after the caller's code has returned, so two calls in one go both start a run. The run
@@ -193,9 +198,15 @@ void ContextManager::stopMonitoring(const QUrl &url)
 
 void ContextManager::onFileEventSettled(const QUrl &url, bool restart)
 {
-    if (restart)
-        startMonitoring(url);
-    processFile(url);
+    // A file removed while the reaction waited stays removed: it is neither watched nor processed again.
+    const QString path = url.path();
+    const bool tracked = std::any_of(m_trackedFiles.cbegin(), m_trackedFiles.cend(),
+                                     [&path](const QUrl &known) { return known.path() == path; });
+    if (tracked) {
+        if (restart)
+            startMonitoring(url);
+        processFile(url);
+    }
     checkIdle();
 }
 
@@ -255,9 +266,11 @@ void ContextManager::runStarted()
     ++m_runningRuns;
 }
 
-void ContextManager::runFinished()
+void ContextManager::runFinished(const QUrl &url)
 {
     --m_runningRuns;
+    if (!m_processingFiles.contains(url) && m_rerunFiles.remove(url))
+        processFile(url);
     checkIdle();
 }
 

@@ -8,6 +8,7 @@
 #include <QList>
 #include <QMutex>
 #include <QObject>
+#include <QSet>
 #include <QString>
 #include <QUrl>
 
@@ -81,7 +82,7 @@ private:
     void storeSchema(const QUrl &url, const QString &description);
     void storeChunks(const QUrl &url, const QStringList &chunks, const QList<QList<double>> &vectors);
     void runStarted();
-    void runFinished();
+    void runFinished(const QUrl &url);
 
     void publish();
     void checkIdle();
@@ -98,6 +99,8 @@ private:
     QHash<QString, QUrl> m_chunkSourceMap;
 
     int m_runningRuns = 0;
+    // Files asked for while their run was going: processed once more when it ends.
+    QSet<QUrl> m_rerunFiles;
 
     mutable QMutex m_snapshotMutex;
     std::shared_ptr<const KnowledgeSnapshot> m_snapshot;

@@ -11,25 +11,27 @@
 
 namespace {
 
-// Keeps the knowledge base's count of active runs right on every way out of a run.
+// Tells the knowledge base that the run ended, on every way out of it.
 class RunGuard {
 public:
-    explicit RunGuard(ContextManager *manager, void (ContextManager::*finished)())
+    RunGuard(ContextManager *manager, const QUrl &url, void (ContextManager::*finished)(const QUrl &))
         : m_manager(manager)
+        , m_url(url)
         , m_finished(finished)
     {
     }
     ~RunGuard()
     {
         if (m_manager)
-            (m_manager.data()->*m_finished)();
+            (m_manager.data()->*m_finished)(m_url);
     }
     RunGuard(const RunGuard &) = delete;
     RunGuard &operator=(const RunGuard &) = delete;
 
 private:
     QPointer<ContextManager> m_manager;
-    void (ContextManager::*m_finished)();
+    QUrl m_url;
+    void (ContextManager::*m_finished)(const QUrl &);
 };
 
 QString extractAndReport(const QString &path, const QString &name)
@@ -47,7 +49,7 @@ QString extractAndReport(const QString &path, const QString &name)
 
 QCoro::Task<> ProcessingRun::run(QPointer<ContextManager> manager, QUrl url)
 {
-    RunGuard guard(manager, &ContextManager::runFinished);
+    RunGuard guard(manager, url, &ContextManager::runFinished);
     const std::shared_ptr<const InfomaniakAPI> api = manager->apiPtr();
     const QString name = url.fileName();
     const QString path = url.toLocalFile();
