@@ -62,6 +62,14 @@ public:
     QCoro::Task<> waitUntilIdle();
     bool isIdle() const;
 
+    // A run's chunks as they are stored, prepared off the main thread.
+    struct ChunkBatch {
+        QList<DocumentChunk> chunks; // paired with their vectors, as far as there are vectors
+        QList<double> norms;         // each vector's Euclidean norm
+        QStringList sourceKeys;      // every chunk's first 100 characters, also of those without a vector
+        qsizetype created = 0;       // chunks the run made
+    };
+
 signals:
     void trackedFilesChanged();
     void processingFilesChanged();
@@ -80,7 +88,7 @@ private:
     void unmarkProcessing(const QUrl &url);
     void storeText(const QUrl &url, const QString &text);
     void storeSchema(const QUrl &url, const QString &description);
-    void storeChunks(const QUrl &url, const QStringList &chunks, const QList<QList<double>> &vectors);
+    void storeChunks(const QUrl &url, ChunkBatch batch);
     void runStarted();
     void runFinished(const QUrl &url);
 
@@ -95,6 +103,7 @@ private:
     QHash<QUrl, QString> m_fileSchemas;
     FileMonitor *m_monitor;
     QHash<QUrl, QList<DocumentChunk>> m_fileChunks;
+    QHash<QUrl, QList<double>> m_fileNorms;
     QHash<QUrl, QString> m_fileTexts;
     QHash<QString, QUrl> m_chunkSourceMap;
 
