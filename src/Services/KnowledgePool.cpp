@@ -13,13 +13,13 @@ struct Pool : QThreadPool {
     Pool() { setMaxThreadCount(std::max(1, QThread::idealThreadCount() / 2)); }
 };
 
-Q_GLOBAL_STATIC(Pool, pool)
-
 } // namespace
 
 QThreadPool *KnowledgePool::instance()
 {
-    return pool();
+    // Like Qt's global pool it lives until the process ends, and waits then for the work it is doing.
+    static Pool pool;
+    return &pool;
 }
 
 void KnowledgePool::lowerPriority()
