@@ -10,6 +10,8 @@
 #include <QTemporaryDir>
 #include <QtEndian>
 
+#include <array>
+
 #include <sys/resource.h>
 
 using WorkbookWriter::sheetXml;
@@ -33,13 +35,15 @@ void put32(QByteArray &out, quint32 v)
     const quint32 le = qToLittleEndian(v);
     out.append(reinterpret_cast<const char *>(&le), 4);
 }
-quint16 get16(const QByteArray &in, qsizetype at)
+// The fields of a local file header (30 bytes).
+using LocalHeader = std::array<char, 30>;
+quint16 get16(const LocalHeader &in, qsizetype at)
 {
-    return qFromLittleEndian<quint16>(in.constData() + at);
+    return qFromLittleEndian<quint16>(in.data() + at);
 }
-quint32 get32(const QByteArray &in, qsizetype at)
+quint32 get32(const LocalHeader &in, qsizetype at)
 {
-    return qFromLittleEndian<quint32>(in.constData() + at);
+    return qFromLittleEndian<quint32>(in.data() + at);
 }
 
 // One deflated entry, and a central directory listing it `copies` times under different worksheet
@@ -52,10 +56,13 @@ QByteArray overlappingBomb(const QString &scratch, qsizetype entryBytes, int cop
     QFile file(scratch);
     if (!file.open(QIODevice::ReadOnly))
         return {};
+    LocalHeader header{};
+    if (file.read(header.data(), qint64(header.size())) != qint64(header.size()) || !file.seek(0))
+        return {};
     const QByteArray single = file.readAll();
-    const quint16 method = get16(single, 8);
-    const quint32 crc = get32(single, 14), packed = get32(single, 18), unpacked = get32(single, 22);
-    const qsizetype dataEnd = 30 + get16(single, 26) + get16(single, 28) + packed;
+    const quint16 method = get16(header, 8);
+    const quint32 crc = get32(header, 14), packed = get32(header, 18), unpacked = get32(header, 22);
+    const qsizetype dataEnd = 30 + get16(header, 26) + get16(header, 28) + packed;
 
     QByteArray out = single.left(dataEnd);
     QByteArray directory;
