@@ -10,7 +10,7 @@ PACKAGES=(
   qt6-image-formats-plugins fonts-noto-color-emoji
   # Qt SQL's SQLite driver, loaded at run time by the vector cache.
   libqt6sql6-sqlite
-  qcoro-qt6-dev libpoppler-qt6-dev libzip-dev libicu-dev
+  qcoro-qt6-dev libpoppler-cpp-dev libzip-dev libicu-dev
   xvfb xauth
   # The shell's X11 calls (input regions, workspaces), and the window manager, compositor and X tools of
   # the window check under Xvfb.

@@ -2,6 +2,7 @@
 
 #include <QBuffer>
 #include <QFile>
+#include <QFileInfo>
 #include <QImageReader>
 #include <QImageWriter>
 
@@ -10,12 +11,23 @@ constexpr int PreviewEdge = 160;
 // A full-size photo of 40 MB decodes to several hundred megabytes; Qt's default 256 MB guard would
 // drop such pictures, so the limit is raised to what a real camera produces.
 constexpr int DecodeLimitMB = 2048;
+// Beyond this a file is no picture we take: the largest photos of real cameras are far smaller.
+constexpr qint64 MaxFileBytes = qint64(512) << 20;
 } // namespace
 
 std::shared_ptr<const ImageData> ImageData::load(const QString &path)
 {
+    // Whether the file is a picture at all is decided by its header: a large file that merely carries a
+    // picture's extension is never read whole. Devices and pipes are not pictures.
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
+    if (!QFileInfo(path).isFile() || file.size() > MaxFileBytes || !file.open(QIODevice::ReadOnly))
+        return nullptr;
+    {
+        QImageReader header(&file);
+        if (!header.canRead())
+            return nullptr;
+    }
+    if (!file.seek(0))
         return nullptr;
     return fromBytes(file.readAll());
 }

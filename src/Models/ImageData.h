@@ -11,7 +11,8 @@
 // it is sent (off the UI thread), while the chat screen shows the small preview made on intake.
 class ImageData {
 public:
-    // Reads and checks the file; nothing when it cannot be read as an image.
+    // Reads and checks the file; nothing when it cannot be read as an image. Its header decides: nothing
+    // else of a file that is no picture (or of one over 512 MiB) is read.
     static std::shared_ptr<const ImageData> load(const QString &path);
     static std::shared_ptr<const ImageData> fromBytes(const QByteArray &bytes);
 
