@@ -42,7 +42,8 @@ QString yesNo(bool value)
 
 QString KnowledgeBookmarks::Error::fullText() const
 {
-    return QStringLiteral("Error Domain=QuillmoorBookmark Code=%1 \"%2\"").arg(code).arg(description);
+    return QStringLiteral("Error Domain=QuillmoorBookmark Code=%1 \"%2\"")
+        .arg(QString::number(code), description);
 }
 
 std::variant<QByteArray, KnowledgeBookmarks::Error> KnowledgeBookmarks::create(const QUrl &url)
@@ -113,8 +114,8 @@ QList<QUrl> KnowledgeBookmarks::getKnowledgeURLs(AppSettings &settings)
     for (qsizetype i = 0; i < stored.size(); ++i) {
         const auto resolved = resolve(stored[i]);
         if (const Error *error = std::get_if<Error>(&resolved)) {
-            Console::line(
-                QStringLiteral("❌ Bookmark [%1] ungültig (anderer Mac?): %2").arg(i).arg(error->description));
+            Console::line(QStringLiteral("❌ Bookmark [%1] ungültig (anderer Mac?): %2")
+                              .arg(QString::number(i), error->description));
             continue;
         }
         const auto &[url, stale] = std::get<Resolved>(resolved);
@@ -122,14 +123,12 @@ QList<QUrl> KnowledgeBookmarks::getKnowledgeURLs(AppSettings &settings)
             Console::line(
                 QStringLiteral(
                     "⚠️ Bookmark [%1]: %2 → Datei nicht gefunden (anderer Mac?), wird entfernt")
-                    .arg(i)
-                    .arg(url.fileName()));
+                    .arg(QString::number(i), url.fileName()));
             continue;
         }
         const bool accessed = SecurityScope::startAccessing(url.toLocalFile());
         Console::line(QStringLiteral("📁 Bookmark [%1]: %2 → resolved (stale: %3, accessed: %4)")
-                          .arg(i)
-                          .arg(url.fileName(), yesNo(stale), yesNo(accessed)));
+                          .arg(QString::number(i), url.fileName(), yesNo(stale), yesNo(accessed)));
         urls.append(url);
         kept.append(stored[i]);
     }

@@ -1,3 +1,4 @@
+#include "../Services/KnowledgeTestUtil.h"
 #include "AppSettings.h"
 #include "Chat/ChatSession.h"
 #include "ConsoleCapture.h"
@@ -224,6 +225,33 @@ private slots:
                                          .toArray();
             QCOMPARE(parts.size(), 2);
         }
+    }
+
+    // Names and models are the user's text: a "%1" in them is printed as it stands.
+    void userTextIsNeverAPlaceholder()
+    {
+        Fixture f;
+        const QString name = QStringLiteral("Umsatz%1Liste%2%3.csv");
+        const QUrl url = QUrl::fromLocalFile(TestEnvironment::writeFile(name, KnowledgeTest::csv(3)));
+        ConsoleCapture console;
+        f.knowledge->addFile(url);
+        QCoro::waitFor(f.knowledge->waitUntilIdle());
+        f.settings.setSelectedModel(QStringLiteral("m%2x%1"));
+        f.send(QStringLiteral("Was steht in der csv?"));
+        QVERIFY(f.waitForTurn());
+
+        const QString chars = QString::number(f.knowledge->fileTexts().value(url).size());
+        const QStringList log = KnowledgeTest::logMessages();
+        for (const QString &line :
+             {QStringLiteral("📄 Extracted ") + chars + QStringLiteral(" chars from ") + name,
+              QStringLiteral("📦 Created 3 chunks from ") + name,
+              QStringLiteral("✅ Processed: ") + name + QStringLiteral(" (3 chunks, 3 total)"),
+              QStringLiteral("📎 Filename match: '") + name + QStringLiteral("' mentioned in query"),
+              QStringLiteral("📄 Injected full text of ") + name + QStringLiteral(" (") + chars +
+                  QStringLiteral(" chars)")})
+            QVERIFY2(log.contains(line), qPrintable(line));
+        QVERIFY(console.contains(
+            QStringLiteral("Stream: Starting request for model m%2x%1... with 0 attachments")));
     }
 
     void attachmentIntake()
