@@ -5,6 +5,7 @@
 #include "Core/SecurityScope.h"
 #include "Services/ContextManager.h"
 
+#include <QDir>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -68,8 +69,11 @@ KnowledgeBookmarks::resolve(const QByteArray &bookmark)
 {
     const QJsonObject record = QJsonDocument::fromJson(bookmark).object();
     const QString path = record.value(QLatin1String("path")).toString();
+    // The path is written clean and absolute; another spelling is no bookmark of ours, and one that starts
+    // with "//" would even name a network share instead of a local file.
     if (record.value(QLatin1String("format")).toString() != Format ||
-        record.value(QLatin1String("version")).toInt() != Version || !path.startsWith(QLatin1Char('/')))
+        record.value(QLatin1String("version")).toInt() != Version || !path.startsWith(QLatin1Char('/')) ||
+        QDir::cleanPath(path) != path || QUrl::fromLocalFile(path).toLocalFile() != path)
         return Error{Error::Corrupted, QStringLiteral("The bookmark data is corrupted.")};
     if (record.value(QLatin1String("machine")).toString() != machineIdentity())
         return Error{Error::OtherComputer, QStringLiteral("The bookmark was created on another computer.")};
