@@ -100,7 +100,7 @@ public slots:
     {
         engine->addImportPath(QStringLiteral("qrc:/qt/qml"));
         engine->addImageProvider(AttachmentImageProvider::Name,
-                                 new AttachmentImageProvider(m_fixture->session()));
+                                 new AttachmentImageProvider(*m_fixture->session()));
         engine->addImageProvider(IconImageProvider::Name, new IconImageProvider);
     }
 

@@ -84,6 +84,24 @@ Item {
             compare(named("sendButton").shown, true);
         }
 
+        function test_returnDuringAnAnswerKeepsTheText() {
+            Fixture.scriptAnswer(["eins", " zwei"], 300);
+            const requests = Fixture.chatRequests();
+            const field = named("inputField");
+            mouseClick(field);
+            keyClick(Qt.Key_A);
+            keyClick(Qt.Key_Return);
+            compare(session.isLoading, true);
+            keyClick(Qt.Key_B);
+            keyClick(Qt.Key_Return);
+            compare(field.text, "b", "the text waits for the answer to end");
+            compare(session.inputText, "b");
+            tryCompare(session, "isLoading", false, 5000);
+            compare(session.messages.count, 2);
+            compare(bubble(1).text, "eins zwei");
+            compare(Fixture.chatRequests(), requests + 1);
+        }
+
         function test_thinkingIndicatorUntilTheAnswerStarts() {
             Fixture.scriptAnswer(["Ja"], 50);
             const indicator = named("thinkingIndicator");
