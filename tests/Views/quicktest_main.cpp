@@ -91,6 +91,7 @@ public:
 public slots:
     void applicationAvailable()
     {
+        ImageData::allowFullSizePhotos();
         QQuickStyle::setStyle(QStringLiteral("Basic"));
         m_fixture = std::make_unique<ViewsFixture>();
         qmlRegisterSingletonInstance("QuillmoorTest", 1, 0, "Fixture", m_fixture.get());
