@@ -1,5 +1,7 @@
 #!/usr/bin/env bash
 # Installs the Debian packages Quillmoor needs to build, run and test; does nothing when all are there.
+#   scripts/deps.sh          what the app, the command-line companion and the tests need
+#   scripts/deps.sh fuzz     that and the clang toolchain of the fuzz targets (tools/fuzz.sh)
 set -euo pipefail
 
 PACKAGES=(
@@ -11,6 +13,10 @@ PACKAGES=(
   qcoro-qt6-dev libpoppler-qt6-dev libzip-dev libicu-dev
   xvfb xauth
 )
+
+if [ "${1:-}" = "fuzz" ]; then
+  PACKAGES+=(clang-14 libclang-rt-14-dev llvm-14)
+fi
 
 missing=()
 for p in "${PACKAGES[@]}"; do
