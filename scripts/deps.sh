@@ -5,12 +5,22 @@
 set -euo pipefail
 
 PACKAGES=(
+  # Building.
   cmake ninja-build g++ pkg-config
   qt6-base-dev qt6-base-dev-tools qt6-declarative-dev qt6-declarative-dev-tools qt6-svg-dev libgl-dev
-  qml6-module-qtquick qml6-module-qtquick-controls qml6-module-qtquick-window qml6-module-qtquick-layouts
-  qml6-module-qtquick-templates qml6-module-qtqml-workerscript qml6-module-qttest qml6-module-qtquick-dialogs
-  qt6-image-formats-plugins fonts-noto-color-emoji
   qcoro-qt6-dev libpoppler-qt6-dev libzip-dev libicu-dev
+  # What the app, the command-line companion and the tests load at run time. Installed without Recommends,
+  # so each is named: the platform plugins (xcb for the app, offscreen for the tests) and the OpenGL the
+  # views draw with, the QML modules the views import, the image formats of attachments, the fonts (text,
+  # its italics, emoji), Poppler's data for CID-keyed (CJK) fonts, the certificates that HTTPS checks the
+  # provider against, and the time zones of the debug log's times.
+  qt6-qpa-plugins libgl1-mesa-dri libglx-mesa0 libxcursor1
+  qml6-module-qtquick qml6-module-qtquick-controls qml6-module-qtquick-window qml6-module-qtquick-layouts
+  qml6-module-qtquick-templates qml6-module-qtqml-workerscript qml6-module-qttest
+  qt6-image-formats-plugins
+  fontconfig fonts-dejavu-core fonts-dejavu-extra fonts-noto-color-emoji
+  poppler-data ca-certificates tzdata
+  # A display for the window tests.
   xvfb xauth
 )
 
