@@ -20,6 +20,7 @@ Item {
     }
 
     Image {
+        objectName: "picture"
         anchors.fill: parent
         visible: tile.isImage
         source: tile.isImage ? "image://attachment/" + tile.attachmentId : ""

@@ -102,6 +102,31 @@ Item {
             compare(Fixture.chatRequests(), requests + 1);
         }
 
+        // The pictures are loaded on Qt's image-loader thread while the answer streams and the list changes.
+        function test_picturesWhileAnswering() {
+            const model = Fixture.settings.selectedModel;
+            Fixture.settings.selectedModel = "qwen3";
+            session.addAttachment(Fixture.picture("bild1.png"));
+            session.addAttachment(Fixture.picture("bild2.png"));
+            tryCompare(session.pendingAttachments, "count", 2);
+            const strip = named("pendingStrip");
+            tryVerify(() => strip.itemAtIndex(1) && findChild(strip.itemAtIndex(1), "picture").status === Image.Ready);
+            Fixture.scriptAnswer(["Zwei ", "Bilder ", "in ", "Blau"], 50);
+            session.inputText = "Was siehst du?";
+            session.sendMessage();
+            const tiles = findChild(bubble(0), "attachmentTiles");
+            tryCompare(tiles.children, "length", 3); // two tiles and their repeater
+            for (let i = 0; i < 2; ++i) {
+                const picture = findChild(tiles.children[i], "picture");
+                tryCompare(picture, "status", Image.Ready);
+                verify(picture.implicitWidth > 0);
+            }
+            tryCompare(session, "isLoading", false, 5000);
+            tryCompare(bubble(1), "text", "Zwei Bilder in Blau");
+            session.clearMessages();
+            Fixture.settings.selectedModel = model;
+        }
+
         function test_thinkingIndicatorUntilTheAnswerStarts() {
             Fixture.scriptAnswer(["Ja"], 50);
             const indicator = named("thinkingIndicator");
