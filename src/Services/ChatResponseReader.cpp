@@ -71,7 +71,8 @@ void ChatResponseReader::onReadyRead()
         return;
     onMetaData();
     if (!m_statusPrinted)
-        return; // not an HTTP answer; decided when it finishes
+        return; // no final answer yet (a redirect being followed, or none over HTTP): decided when it
+                // finishes
     const QByteArray bytes = ProviderReply::readRest(*m_reply);
     m_splitter.feed(bytes, [this](QByteArrayView line) { return handleLine(line); });
 }
