@@ -17,8 +17,11 @@ void ChatResponseReader::start(QNetworkReply *reply, std::shared_ptr<ChatStream>
     new ChatResponseReader(reply, std::move(stream));
 }
 
+// A child of the network manager: a reader whose deferred deletion the event loop no longer reaches (the
+// program ends right after the turn) still goes, with its reply, when the manager does.
 ChatResponseReader::ChatResponseReader(QNetworkReply *reply, std::shared_ptr<ChatStream> stream)
-    : m_reply(reply)
+    : QObject(reply->manager())
+    , m_reply(reply)
     , m_stream(std::move(stream))
 {
     reply->setParent(this);
