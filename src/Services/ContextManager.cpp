@@ -245,9 +245,7 @@ void ContextManager::storeChunks(const QUrl &url, const QStringList &chunks,
     if (wasMarked)
         emit processingFilesChanged();
     log(QStringLiteral("✅ Processed: %1 (%2 chunks, %3 total)")
-            .arg(url.fileName())
-            .arg(chunks.size())
-            .arg(m_globalChunks.size()));
+            .arg(url.fileName(), QString::number(chunks.size()), QString::number(m_globalChunks.size())));
 }
 
 void ContextManager::runStarted()

@@ -49,9 +49,7 @@ std::optional<QString> PDFKitHelper::extractText(const QString &path)
     }
 
     DebugLog::log(QStringLiteral("📄 PDFKit: Extracted %1 chars from %2 pages of %3")
-                      .arg(Graphemes::count(result))
-                      .arg(pageCount)
-                      .arg(fileName));
+                      .arg(QString::number(Graphemes::count(result)), QString::number(pageCount), fileName));
     if (result.isEmpty())
         return std::nullopt;
     return result;

@@ -36,8 +36,8 @@ QString extractAndReport(const QString &path, const QString &name)
 {
     QString text = TextExtraction::forKnowledge(path).value_or(QString());
     if (!text.isEmpty()) {
-        ContextManager::log(
-            QStringLiteral("📄 Extracted %1 chars from %2").arg(Graphemes::count(text)).arg(name));
+        ContextManager::log(QStringLiteral("📄 Extracted %1 chars from %2")
+                                .arg(QString::number(Graphemes::count(text)), name));
         ContextManager::log(QStringLiteral("📄 First 200 chars: ") + Graphemes::prefix(text, 200));
     }
     return text;
@@ -72,7 +72,8 @@ QCoro::Task<> ProcessingRun::run(QPointer<ContextManager> manager, QUrl url)
         co_return;
     }
     manager->storeSchema(url, plan.description);
-    ContextManager::log(QStringLiteral("📦 Created %1 chunks from %2").arg(chunks.size()).arg(name));
+    ContextManager::log(
+        QStringLiteral("📦 Created %1 chunks from %2").arg(QString::number(chunks.size()), name));
 
     const qsizetype n = chunks.size();
     const qsizetype total = (n + BatchSize - 1) / BatchSize;

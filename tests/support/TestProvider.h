@@ -44,6 +44,8 @@ public:
         static Response json(int status, const QByteArray &body);
         static Response text(int status, const QByteArray &body,
                              const QByteArray &contentType = "text/plain");
+        // A redirect to `location` (a path on this server) with a small page of its own, as servers send.
+        static Response redirect(int status, const QByteArray &location);
     };
 
     struct Request {
