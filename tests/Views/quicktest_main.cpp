@@ -71,6 +71,7 @@ public:
     Q_INVOKABLE void reset()
     {
         m_session->cancelStreaming();
+        m_provider.clearScript();
         m_session->clearMessages();
         m_session->setInputText(QString());
         while (m_session->pendingAttachments()->size() > 0)

@@ -106,10 +106,12 @@ Item {
             compare(Fixture.chatRequests(), requests + 1);
         }
 
-        // A tile's picture is drawn once its image has come from the attachment image provider.
+        // A tile's picture is drawn once its image has come from the attachment image provider. A canvas
+        // hands out its context only once its window has rendered it.
         function loaded(picture) {
             const url = picture.parent.pictureUrl;
-            return picture.isImageLoaded(url) && picture.getContext("2d").createImageData(url).width > 0;
+            return picture.available && picture.isImageLoaded(url)
+                   && picture.getContext("2d").createImageData(url).width > 0;
         }
 
         // The pictures are loaded on Qt's image-loader thread while the answer streams and the list changes.

@@ -68,6 +68,8 @@ public:
     void enqueue(const QByteArray &pathSuffix, const Response &response);
     void enqueueChat(const Response &response) { enqueue("/chat/completions", response); }
     void enqueueEmbeddings(const Response &response) { enqueue("/embeddings", response); }
+    // Drops answers a test scripted but never asked for, so they cannot answer the next test's questions.
+    void clearScript() { m_script.clear(); }
 
     const QList<Request> &requests() const { return m_requests; }
     QList<Request> requests(const QByteArray &pathSuffix) const;
