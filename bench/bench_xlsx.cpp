@@ -82,6 +82,10 @@ int main(int argc, char *argv[])
 {
     TestEnvironment::isolate();
     QGuiApplication app(argc, argv);
+    if (app.arguments().size() == 3 && app.arguments().at(1) == QLatin1String("--write")) {
+        writeWorkbook(app.arguments().at(2)); // the workbook alone, for profiling
+        return 0;
+    }
     if (app.arguments().size() == 3 && app.arguments().at(1) == QLatin1String("--extract")) {
         // Child mode: nothing but the extraction, so its peak RSS is the extraction's own.
         const auto text = XLSXHelper::extractText(app.arguments().at(2));

@@ -8,7 +8,7 @@ PACKAGES=(
   # Building.
   cmake ninja-build g++ pkg-config
   qt6-base-dev qt6-base-dev-tools qt6-declarative-dev qt6-declarative-dev-tools qt6-svg-dev libgl-dev
-  qcoro-qt6-dev libpoppler-qt6-dev libzip-dev libicu-dev
+  qcoro-qt6-dev libpoppler-cpp-dev libzip-dev libicu-dev
   # What the app, the command-line companion and the tests load at run time. Installed without Recommends,
   # so each is named: the platform plugins (xcb for the app, offscreen for the tests) and the OpenGL the
   # views draw with, the QML modules the views import, the image formats of attachments, the fonts (text,

@@ -3,6 +3,8 @@
 #include "Core/AppTheme.h"
 #include "Services/KnowledgeBookmarks.h"
 
+#include <QFileInfo>
+
 namespace {
 const QString AccentKey = QStringLiteral("accentColorIndex");
 const QString ModelKey = QStringLiteral("selectedModel");
@@ -15,6 +17,13 @@ AppSettings::AppSettings(QObject *parent)
     , m_store(QSettings::NativeFormat, QSettings::UserScope, QStringLiteral("Quillmoor"),
               QStringLiteral("Quillmoor"))
 {
+}
+
+QString AppSettings::folder()
+{
+    const QSettings store(QSettings::NativeFormat, QSettings::UserScope, QStringLiteral("Quillmoor"),
+                          QStringLiteral("Quillmoor"));
+    return QFileInfo(store.fileName()).absolutePath();
 }
 
 QVariant AppSettings::read(const QString &key, const QVariant &fallback) const

@@ -61,6 +61,8 @@ public:
     void removeKnowledgeFile(int index, const QUrl &url, ContextManager &contextManager);
     // One row's bookmark, or an empty URL when it no longer resolves.
     static QUrl resolveBookmark(const QByteArray &bookmark);
+    // The folder of the per-user store, for what is kept beside it.
+    static QString folder();
 
 signals:
     void accentColorIndexChanged();

@@ -14,10 +14,19 @@
 
 namespace {
 
+// The last path component, also for a folder given with a closing slash.
+QString lastComponent(const QUrl &url)
+{
+    QString path = url.path();
+    while (path.size() > 1 && path.endsWith(QLatin1Char('/')))
+        path.chop(1);
+    return QFileInfo(path).fileName();
+}
+
 bool hasImageExtension(const QUrl &url)
 {
     static const QRegularExpression imageExtension(QStringLiteral("png|jpg|jpeg|webp"));
-    return imageExtension.match(QFileInfo(url.path()).suffix().toLower()).hasMatch();
+    return imageExtension.match(QFileInfo(lastComponent(url)).suffix().toLower()).hasMatch();
 }
 
 // Started outside the coroutine: g++ 12 mishandles lambdas that capture a coroutine's locals.
@@ -233,7 +242,7 @@ QCoro::Task<> ChatSession::addAttachmentAsync(QUrl url)
         m_previews->insert(attachment.id(), attachment.type().imageData()->preview());
         m_pending.append(attachment);
     } else {
-        m_pending.append(Attachment(AttachmentType::document(url, QFileInfo(url.path()).fileName())));
+        m_pending.append(Attachment(AttachmentType::document(url, lastComponent(url))));
     }
 }
 

@@ -3,6 +3,7 @@
 #include <unicode/brkiter.h>
 #include <unicode/utext.h>
 
+#include <algorithm>
 #include <limits>
 #include <memory>
 
@@ -94,4 +95,28 @@ bool Graphemes::longerThan(const QString &text, qsizetype n)
     if (isSimple(text))
         return true;
     return offsetAfter(text, n, nullptr) >= 0;
+}
+
+void Graphemes::Counter::advance(const QString &text, qsizetype limit)
+{
+    if (m_count >= limit || m_offset >= text.size())
+        return;
+    UText utext = UTEXT_INITIALIZER;
+    icu::BreakIterator *it = iteratorFor(text, &utext);
+    if (!it) {
+        // Without the iterator every unit counts, as count() does then.
+        const qsizetype taken = std::min(limit - m_count, text.size() - 1 - m_offset);
+        if (taken > 0) {
+            m_count += taken;
+            m_offset += taken;
+        }
+    } else {
+        for (int32_t pos = it->following(int32_t(m_offset));
+             pos != icu::BreakIterator::DONE && pos < text.size(); pos = it->next()) {
+            m_offset = pos;
+            if (++m_count == limit)
+                break;
+        }
+    }
+    utext_close(&utext);
 }

@@ -2,11 +2,14 @@
 
 #include <QBuffer>
 #include <QFile>
+#include <QFileInfo>
 #include <QImageReader>
 #include <QImageWriter>
 
 namespace {
 constexpr int PreviewEdge = 160;
+// Beyond this a file is no picture we take: the largest photos of real cameras are far smaller.
+constexpr qint64 MaxFileBytes = qint64(512) << 20;
 } // namespace
 
 void ImageData::allowFullSizePhotos()
@@ -16,8 +19,17 @@ void ImageData::allowFullSizePhotos()
 
 std::shared_ptr<const ImageData> ImageData::load(const QString &path)
 {
+    // Whether the file is a picture at all is decided by its header: a large file that merely carries a
+    // picture's extension is never read whole. Devices and pipes are not pictures.
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
+    if (!QFileInfo(path).isFile() || file.size() > MaxFileBytes || !file.open(QIODevice::ReadOnly))
+        return nullptr;
+    {
+        QImageReader header(&file);
+        if (!header.canRead())
+            return nullptr;
+    }
+    if (!file.seek(0))
         return nullptr;
     return fromBytes(file.readAll());
 }

@@ -17,7 +17,8 @@ public:
     // that sends pictures calls this once at start-up, before any thread decodes.
     static void allowFullSizePhotos();
 
-    // Reads and checks the file; nothing when it cannot be read as an image.
+    // Reads and checks the file; nothing when it cannot be read as an image. Its header decides: nothing
+    // else of a file that is no picture (or of one over 512 MiB) is read.
     static std::shared_ptr<const ImageData> load(const QString &path);
     static std::shared_ptr<const ImageData> fromBytes(const QByteArray &bytes);
 

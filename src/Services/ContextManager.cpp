@@ -2,7 +2,6 @@
 
 #include <QSet>
 
-#include "Core/Graphemes.h"
 #include "Services/DebugLog.h"
 #include "Services/FileMonitor.h"
 #include "Services/ProcessingRun.h"
@@ -13,20 +12,12 @@
 
 #include <chrono>
 
+#include <algorithm>
 #include <atomic>
-#include <cmath>
 
 namespace {
 
 std::atomic<ContextManager *> g_shared{nullptr};
-
-double norm(const QList<double> &v)
-{
-    double sum = 0.0;
-    for (double x : v)
-        sum += x * x;
-    return std::sqrt(sum);
-}
 
 } // namespace
 
@@ -96,8 +87,10 @@ void ContextManager::removeFile(const QUrl &url)
     m_fileSchemas.remove(key);
     m_fileTexts.remove(key);
     m_fileChunks.remove(key);
+    m_fileNorms.remove(key);
     m_chunkSourceMap.removeIf(
         [&path](const QHash<QString, QUrl>::iterator it) { return it.value().path() == path; });
+    m_rerunFiles.removeIf([&path](const QUrl &known) { return known.path() == path; });
     stopMonitoring(key);
     updateGlobalChunks();
     publish();
@@ -112,6 +105,9 @@ void ContextManager::processFile(const QUrl &url)
 {
     if (m_processingFiles.contains(url)) {
         log(QStringLiteral("⏸️ processFile skipped (already processing): ") + url.fileName());
+        // The running run may have read the file before the change that asked for this one: the file is
+        // processed once more when it ends, so the knowledge always ends at the last saved version.
+        m_rerunFiles.insert(url);
         return;
     }
     // The mark lands after the caller's code has returned, so two calls in one go both start a run. The run
@@ -169,13 +165,12 @@ QCoro::Task<> ContextManager::waitUntilIdle()
 
 void ContextManager::updateGlobalChunks()
 {
+    // Only the lists are joined here; each file's norms were computed with its chunks, off this thread.
     QList<DocumentChunk> merged;
     QList<double> norms;
     for (auto it = m_fileChunks.cbegin(); it != m_fileChunks.cend(); ++it) {
-        for (const DocumentChunk &chunk : it.value()) {
-            merged.append(chunk);
-            norms.append(norm(chunk.embedding));
-        }
+        merged.append(it.value());
+        norms.append(m_fileNorms.value(it.key()));
     }
     m_globalChunks = std::move(merged);
     m_globalNorms = std::move(norms);
@@ -193,9 +188,15 @@ void ContextManager::stopMonitoring(const QUrl &url)
 
 void ContextManager::onFileEventSettled(const QUrl &url, bool restart)
 {
-    if (restart)
-        startMonitoring(url);
-    processFile(url);
+    // A file removed while the reaction waited stays removed: it is neither watched nor processed again.
+    const QString path = url.path();
+    const bool tracked = std::any_of(m_trackedFiles.cbegin(), m_trackedFiles.cend(),
+                                     [&path](const QUrl &known) { return known.path() == path; });
+    if (tracked) {
+        if (restart)
+            startMonitoring(url);
+        processFile(url);
+    }
     checkIdle();
 }
 
@@ -228,24 +229,19 @@ void ContextManager::storeSchema(const QUrl &url, const QString &description)
     publish();
 }
 
-void ContextManager::storeChunks(const QUrl &url, const QStringList &chunks,
-                                 const QList<QList<double>> &vectors)
+void ContextManager::storeChunks(const QUrl &url, ChunkBatch batch)
 {
-    QList<DocumentChunk> paired;
-    const qsizetype count = std::min(chunks.size(), vectors.size());
-    paired.reserve(count);
-    for (qsizetype i = 0; i < count; ++i)
-        paired.append(DocumentChunk{chunks[i], vectors[i]});
-    m_fileChunks.insert(url, std::move(paired));
-    for (const QString &chunk : chunks)
-        m_chunkSourceMap.insert(Graphemes::prefix(chunk, 100), url);
+    m_fileChunks.insert(url, std::move(batch.chunks));
+    m_fileNorms.insert(url, std::move(batch.norms));
+    for (const QString &key : std::as_const(batch.sourceKeys))
+        m_chunkSourceMap.insert(key, url);
     updateGlobalChunks();
     const bool wasMarked = m_processingFiles.removeAll(url) > 0;
     publish();
     if (wasMarked)
         emit processingFilesChanged();
     log(QStringLiteral("✅ Processed: %1 (%2 chunks, %3 total)")
-            .arg(url.fileName(), QString::number(chunks.size()), QString::number(m_globalChunks.size())));
+            .arg(url.fileName(), QString::number(batch.created), QString::number(m_globalChunks.size())));
 }
 
 void ContextManager::runStarted()
@@ -253,9 +249,11 @@ void ContextManager::runStarted()
     ++m_runningRuns;
 }
 
-void ContextManager::runFinished()
+void ContextManager::runFinished(const QUrl &url)
 {
     --m_runningRuns;
+    if (!m_processingFiles.contains(url) && m_rerunFiles.remove(url))
+        processFile(url);
     checkIdle();
 }
 

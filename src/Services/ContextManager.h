@@ -8,6 +8,7 @@
 #include <QList>
 #include <QMutex>
 #include <QObject>
+#include <QSet>
 #include <QString>
 #include <QUrl>
 
@@ -61,6 +62,14 @@ public:
     QCoro::Task<> waitUntilIdle();
     bool isIdle() const;
 
+    // A run's chunks as they are stored, prepared off the main thread.
+    struct ChunkBatch {
+        QList<DocumentChunk> chunks; // paired with their vectors, as far as there are vectors
+        QList<double> norms;         // each vector's Euclidean norm
+        QStringList sourceKeys;      // every chunk's first 100 characters, also of those without a vector
+        qsizetype created = 0;       // chunks the run made
+    };
+
 signals:
     void trackedFilesChanged();
     void processingFilesChanged();
@@ -79,9 +88,9 @@ private:
     void unmarkProcessing(const QUrl &url);
     void storeText(const QUrl &url, const QString &text);
     void storeSchema(const QUrl &url, const QString &description);
-    void storeChunks(const QUrl &url, const QStringList &chunks, const QList<QList<double>> &vectors);
+    void storeChunks(const QUrl &url, ChunkBatch batch);
     void runStarted();
-    void runFinished();
+    void runFinished(const QUrl &url);
 
     void publish();
     void checkIdle();
@@ -94,10 +103,13 @@ private:
     QHash<QUrl, QString> m_fileSchemas;
     FileMonitor *m_monitor;
     QHash<QUrl, QList<DocumentChunk>> m_fileChunks;
+    QHash<QUrl, QList<double>> m_fileNorms;
     QHash<QUrl, QString> m_fileTexts;
     QHash<QString, QUrl> m_chunkSourceMap;
 
     int m_runningRuns = 0;
+    // Files asked for while their run was going: processed once more when it ends.
+    QSet<QUrl> m_rerunFiles;
 
     mutable QMutex m_snapshotMutex;
     std::shared_ptr<const KnowledgeSnapshot> m_snapshot;

@@ -10,11 +10,22 @@
 #include <cerrno>
 #include <cstring>
 #include <sys/inotify.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
-constexpr uint32_t WatchedMask = IN_MODIFY | IN_DELETE_SELF | IN_MOVE_SELF;
+constexpr uint32_t WatchedMask = IN_MODIFY | IN_DELETE_SELF | IN_MOVE_SELF | IN_ATTRIB;
+
+bool identify(const QString &path, quint64 *device, quint64 *inode)
+{
+    struct stat info {};
+    if (::stat(QFile::encodeName(path).constData(), &info) != 0)
+        return false;
+    *device = quint64(info.st_dev);
+    *inode = quint64(info.st_ino);
+    return true;
 }
+} // namespace
 
 FileMonitor::FileMonitor(QObject *parent)
     : QObject(parent)
@@ -36,7 +47,7 @@ FileMonitor::~FileMonitor()
 
 QString FileMonitor::describe(int events)
 {
-    return QStringLiteral("FileSystemEvent(rawValue: %1)").arg(events);
+    return QStringLiteral("FileSystemEvent(rawValue: ") + QString::number(events) + QLatin1Char(')');
 }
 
 void FileMonitor::startMonitoring(const QUrl &url)
@@ -51,7 +62,10 @@ void FileMonitor::startMonitoring(const QUrl &url)
         return;
     }
     m_watches.insert(url, wd);
-    m_files.insert(wd, url);
+    Watch &watch = m_files[wd];
+    if (watch.urls.isEmpty())
+        identify(path, &watch.device, &watch.inode);
+    watch.urls.append(url);
     ContextManager::log(QStringLiteral("👁️ Started monitoring: ") + url.fileName());
 }
 
@@ -62,10 +76,20 @@ void FileMonitor::stopMonitoring(const QUrl &url)
         return;
     const int wd = it.value();
     m_watches.erase(it);
-    if (m_files.value(wd) == url)
-        m_files.remove(wd);
-    // Fails harmlessly when the kernel already dropped the watch (the file is gone).
-    inotify_rm_watch(m_fd, wd);
+    const auto file = m_files.find(wd);
+    if (file == m_files.end())
+        return; // the kernel ended the watch already
+    file->urls.removeAll(url);
+    if (file->urls.isEmpty()) {
+        m_files.erase(file);
+        inotify_rm_watch(m_fd, wd);
+    }
+}
+
+bool FileMonitor::stillNames(const QUrl &url, const Watch &watch) const
+{
+    quint64 device = 0, inode = 0;
+    return identify(url.toLocalFile(), &device, &inode) && device == watch.device && inode == watch.inode;
 }
 
 void FileMonitor::readEvents()
@@ -73,7 +97,8 @@ void FileMonitor::readEvents()
     alignas(inotify_event) char buffer[16 * 1024];
     // Several events of one file read together count as one set, as an event source coalesces them.
     QList<int> order;
-    QHash<int, int> events;
+    QHash<int, uint32_t> masks;
+    QList<int> ended;
     for (;;) {
         const ssize_t n = ::read(m_fd, buffer, sizeof buffer);
         if (n <= 0)
@@ -82,23 +107,44 @@ void FileMonitor::readEvents()
             inotify_event event;
             std::memcpy(&event, buffer + offset, sizeof event);
             offset += ssize_t(sizeof(inotify_event) + event.len);
-            int kinds = 0;
-            if (event.mask & IN_DELETE_SELF)
-                kinds |= Delete;
-            if (event.mask & IN_MODIFY)
-                kinds |= Write;
-            if (event.mask & IN_MOVE_SELF)
-                kinds |= Rename;
-            if (kinds == 0 || !m_files.contains(event.wd))
+            if (!m_files.contains(event.wd))
                 continue;
-            if (!events.contains(event.wd))
+            if (event.mask & IN_IGNORED)
+                ended.append(event.wd);
+            if (!(event.mask & WatchedMask))
+                continue;
+            if (!masks.contains(event.wd))
                 order.append(event.wd);
-            events[event.wd] |= kinds;
+            masks[event.wd] |= event.mask;
         }
     }
     for (int wd : order) {
-        if (m_files.contains(wd))
-            react(m_files.value(wd), events.value(wd));
+        const auto file = m_files.constFind(wd);
+        if (file == m_files.constEnd())
+            continue;
+        const uint32_t mask = masks.value(wd);
+        const Watch watch = file.value(); // reacting may change the watches
+        for (const QUrl &url : watch.urls) {
+            int kinds = 0;
+            // A file that lost its name while another program keeps it open shows only its link count.
+            if ((mask & IN_DELETE_SELF) || ((mask & IN_ATTRIB) && !stillNames(url, watch)))
+                kinds |= Delete;
+            if (mask & IN_MODIFY)
+                kinds |= Write;
+            if (mask & IN_MOVE_SELF)
+                kinds |= Rename;
+            if (kinds != 0)
+                react(url, kinds);
+        }
+    }
+    // The kernel dropped these watches (their file is gone): the paths are unwatched until restarted.
+    for (int wd : std::as_const(ended)) {
+        const auto file = m_files.find(wd);
+        if (file == m_files.end())
+            continue;
+        for (const QUrl &url : std::as_const(file->urls))
+            m_watches.remove(url);
+        m_files.erase(file);
     }
 }
 

@@ -6,11 +6,13 @@
 #include "Services/ContextManager.h"
 
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QSysInfo>
+#include <QUuid>
 
 #include <sys/stat.h>
 
@@ -19,10 +21,11 @@ namespace {
 const QString Format = QStringLiteral("quillmoor-bookmark");
 constexpr int Version = 1;
 
-QString machineIdentity()
+// This computer's identity, found once per process.
+QString thisMachine()
 {
-    const QByteArray id = QSysInfo::machineUniqueId();
-    return id.isEmpty() ? QSysInfo::machineHostName() : QString::fromLatin1(id);
+    static const QString identity = KnowledgeBookmarks::machineIdentity(QSysInfo::machineUniqueId());
+    return identity;
 }
 
 // The inode tells a file that was replaced under the same path (the bookmark is then stale).
@@ -40,6 +43,36 @@ QString yesNo(bool value)
 }
 
 } // namespace
+
+QString KnowledgeBookmarks::machineIdentity(const QByteArray &systemId)
+{
+    if (!systemId.isEmpty())
+        return QString::fromLatin1(systemId);
+    // Kept next to the settings; made by whichever process needs it first.
+    const QString path = AppSettings::folder() + QStringLiteral("/machine-id");
+    QFile kept(path);
+    if (kept.open(QIODevice::ReadOnly)) {
+        const QByteArray stored = kept.readAll().trimmed();
+        if (!stored.isEmpty())
+            return QString::fromLatin1(stored);
+        kept.close();
+    }
+    const QByteArray made = QUuid::createUuid().toByteArray(QUuid::Id128);
+    QDir().mkpath(AppSettings::folder());
+    QFile created(path);
+    if (created.open(QIODevice::WriteOnly | QIODevice::NewOnly)) {
+        created.write(made + '\n');
+        created.close();
+        return QString::fromLatin1(made);
+    }
+    // Another process made it meanwhile.
+    if (kept.open(QIODevice::ReadOnly)) {
+        const QByteArray stored = kept.readAll().trimmed();
+        if (!stored.isEmpty())
+            return QString::fromLatin1(stored);
+    }
+    return QString::fromLatin1(made);
+}
 
 QString KnowledgeBookmarks::Error::fullText() const
 {
@@ -60,7 +93,7 @@ std::variant<QByteArray, KnowledgeBookmarks::Error> KnowledgeBookmarks::create(c
                              {QStringLiteral("version"), Version},
                              {QStringLiteral("path"), path},
                              {QStringLiteral("file"), fileIdentity(path)},
-                             {QStringLiteral("machine"), machineIdentity()}};
+                             {QStringLiteral("machine"), thisMachine()}};
     return QJsonDocument(record).toJson(QJsonDocument::Compact);
 }
 
@@ -75,9 +108,17 @@ KnowledgeBookmarks::resolve(const QByteArray &bookmark)
         record.value(QLatin1String("version")).toInt() != Version || !path.startsWith(QLatin1Char('/')) ||
         QDir::cleanPath(path) != path || QUrl::fromLocalFile(path).toLocalFile() != path)
         return Error{Error::Corrupted, QStringLiteral("The bookmark data is corrupted.")};
-    if (record.value(QLatin1String("machine")).toString() != machineIdentity())
-        return Error{Error::OtherComputer, QStringLiteral("The bookmark was created on another computer.")};
     const QString identity = fileIdentity(path);
+    // Made under another identity: on another computer, or on this one before its identity changed (a
+    // system without a machine id, a cloned one). Which it was cannot be told, so the file decides: where
+    // it exists the bookmark still serves (to be made anew), and knowledge is never dropped just because
+    // the identity changed.
+    if (record.value(QLatin1String("machine")).toString() != thisMachine()) {
+        if (identity.isEmpty())
+            return Error{Error::OtherComputer,
+                         QStringLiteral("The bookmark was created on another computer.")};
+        return Resolved{QUrl::fromLocalFile(path), true};
+    }
     const bool stale = !identity.isEmpty() && identity != record.value(QLatin1String("file")).toString();
     return Resolved{QUrl::fromLocalFile(path), stale};
 }

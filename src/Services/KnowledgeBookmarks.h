@@ -12,8 +12,8 @@ class ContextManager;
 
 // The persisted list of knowledge files: one bookmark per file, stored as a JSON array of base64 strings.
 // A bookmark is a small versioned JSON record of the file's absolute path, its inode and this computer's
-// identity, so it finds the file again after a restart and refuses to resolve on another computer.
-// Everything here runs on the main thread.
+// identity, so it finds the file again after a restart and refuses to resolve on another computer where
+// the file is not. Everything here runs on the main thread.
 namespace KnowledgeBookmarks {
 
 struct Error {
@@ -45,5 +45,9 @@ void addKnowledgeFile(AppSettings &settings, const QUrl &url, ContextManager &co
 void removeKnowledgeFile(AppSettings &settings, int index, const QUrl &url, ContextManager &contextManager);
 // One row's bookmark for the settings screen; an empty URL when it does not resolve.
 QUrl resolveBookmark(const QByteArray &bookmark);
+
+// The identity of this computer that bookmarks carry: the system's machine id, or where the system has
+// none, one made once and kept with the settings; never anything the user may change, like the host name.
+QString machineIdentity(const QByteArray &systemId);
 
 } // namespace KnowledgeBookmarks

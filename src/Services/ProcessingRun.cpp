@@ -3,33 +3,36 @@
 #include "Core/Graphemes.h"
 #include "Services/Chunker.h"
 #include "Services/ContextManager.h"
+#include "Services/KnowledgePool.h"
 #include "Services/TextExtraction.h"
-
-#include <QtConcurrent/QtConcurrentRun>
 
 #include <qcoro/qcorofuture.h>
 
+#include <cmath>
+
 namespace {
 
-// Keeps the knowledge base's count of active runs right on every way out of a run.
+// Tells the knowledge base that the run ended, on every way out of it.
 class RunGuard {
 public:
-    explicit RunGuard(ContextManager *manager, void (ContextManager::*finished)())
+    RunGuard(ContextManager *manager, const QUrl &url, void (ContextManager::*finished)(const QUrl &))
         : m_manager(manager)
+        , m_url(url)
         , m_finished(finished)
     {
     }
     ~RunGuard()
     {
         if (m_manager)
-            (m_manager.data()->*m_finished)();
+            (m_manager.data()->*m_finished)(m_url);
     }
     RunGuard(const RunGuard &) = delete;
     RunGuard &operator=(const RunGuard &) = delete;
 
 private:
     QPointer<ContextManager> m_manager;
-    void (ContextManager::*m_finished)();
+    QUrl m_url;
+    void (ContextManager::*m_finished)(const QUrl &);
 };
 
 QString extractAndReport(const QString &path, const QString &name)
@@ -43,16 +46,40 @@ QString extractAndReport(const QString &path, const QString &name)
     return text;
 }
 
+// Everything the store step needs that takes time: the chunks paired with their vectors, each vector's
+// norm (retrieval divides by it) and each chunk's source-map key.
+ContextManager::ChunkBatch prepare(const QStringList &chunks, const QList<QList<double>> &vectors)
+{
+    ContextManager::ChunkBatch batch;
+    batch.created = chunks.size();
+    const qsizetype count = std::min(chunks.size(), vectors.size());
+    batch.chunks.reserve(count);
+    batch.norms.reserve(count);
+    for (qsizetype i = 0; i < count; ++i) {
+        double sum = 0.0;
+        for (double x : vectors[i])
+            sum += x * x;
+        batch.chunks.append(DocumentChunk{chunks[i], vectors[i]});
+        batch.norms.append(std::sqrt(sum));
+    }
+    batch.sourceKeys.reserve(chunks.size());
+    for (const QString &chunk : chunks)
+        batch.sourceKeys.append(Graphemes::prefix(chunk, 100));
+    return batch;
+}
+
 } // namespace
 
 QCoro::Task<> ProcessingRun::run(QPointer<ContextManager> manager, QUrl url)
 {
-    RunGuard guard(manager, &ContextManager::runFinished);
+    RunGuard guard(manager, url, &ContextManager::runFinished);
     const std::shared_ptr<const InfomaniakAPI> api = manager->apiPtr();
     const QString name = url.fileName();
     const QString path = url.toLocalFile();
 
-    const QString text = co_await QtConcurrent::run(extractAndReport, path, name);
+    // Named futures: g++ 12 destroys temporaries inside a co_await expression twice.
+    QFuture<QString> extraction = KnowledgePool::run(extractAndReport, path, name);
+    const QString text = co_await extraction;
     if (!manager)
         co_return;
     if (text.isEmpty()) {
@@ -62,7 +89,8 @@ QCoro::Task<> ProcessingRun::run(QPointer<ContextManager> manager, QUrl url)
     }
     manager->storeText(url, text);
 
-    const Chunker::ChunkPlan plan = co_await QtConcurrent::run(Chunker::plan, name, text);
+    QFuture<Chunker::ChunkPlan> chunking = KnowledgePool::run(Chunker::plan, name, text);
+    const Chunker::ChunkPlan plan = co_await chunking;
     if (!manager)
         co_return;
     const QStringList &chunks = plan.chunks;
@@ -95,5 +123,9 @@ QCoro::Task<> ProcessingRun::run(QPointer<ContextManager> manager, QUrl url)
         embeddings.append(result.vectors);
     }
 
-    manager->storeChunks(url, chunks, embeddings);
+    QFuture<ContextManager::ChunkBatch> preparing = KnowledgePool::run(prepare, chunks, embeddings);
+    ContextManager::ChunkBatch batch = co_await preparing;
+    if (!manager)
+        co_return;
+    manager->storeChunks(url, std::move(batch));
 }

@@ -1,6 +1,7 @@
 #include "WorkbookArchive.h"
 
 #include <QFile>
+#include <QFileInfo>
 #include <QSet>
 
 #include <algorithm>
@@ -9,12 +10,27 @@
 
 namespace {
 
-constexpr qint64 ChunkBytes = qint64(1) << 20;
-constexpr qint64 MaxReserveBytes = qint64(64) << 20;
+constexpr qint64 PieceBytes = qint64(256) << 10;
 
 QString mebibytes(qint64 bytes)
 {
     return QString::number(bytes >> 20) + QStringLiteral(" MiB");
+}
+
+QString tooLarge(const QString &name, qint64 limit)
+{
+    return QStringLiteral("The part ") + name + QStringLiteral(" unpacks to more than ") + mebibytes(limit);
+}
+
+QString tooDense(const QString &name, qint64 ratio)
+{
+    return QStringLiteral("The part ") + name + QStringLiteral(" is compressed more than ") +
+           QString::number(ratio) + QStringLiteral(" to 1");
+}
+
+QString tooMuch(qint64 limit)
+{
+    return QStringLiteral("The archive unpacks to more than ") + mebibytes(limit);
 }
 
 } // namespace
@@ -27,8 +43,31 @@ WorkbookArchive::WorkbookArchive(const QString &path)
 WorkbookArchive::WorkbookArchive(const QString &path, Limits limits)
     : m_limits(limits)
 {
+    const QFileInfo info(path);
+    const QString name = info.fileName();
+    if (!info.exists()) {
+        m_fileError = QStringLiteral("The file “") + name +
+                      QStringLiteral("” couldn’t be opened because there is no such file.");
+        return;
+    }
+    if (info.isDir())
+        return; // a folder is no workbook: it has no parts
+    QFile probe(path);
+    if (!probe.open(QIODevice::ReadOnly)) {
+        m_fileError = QStringLiteral("The file “") + name + QStringLiteral("” couldn’t be opened: ") +
+                      probe.errorString();
+        return;
+    }
+    probe.close();
     int error = 0;
     m_zip = zip_open(QFile::encodeName(path).constData(), ZIP_RDONLY, &error);
+    if (!m_zip && (error == ZIP_ER_OPEN || error == ZIP_ER_READ)) {
+        zip_error_t description;
+        zip_error_init_with_code(&description, error);
+        m_fileError = QStringLiteral("The file “") + name + QStringLiteral("” couldn’t be read: ") +
+                      QString::fromLocal8Bit(zip_error_strerror(&description));
+        zip_error_fini(&description);
+    }
     if (m_zip)
         checkDeclaredSizes();
 }
@@ -39,11 +78,16 @@ WorkbookArchive::~WorkbookArchive()
         zip_discard(m_zip);
 }
 
-// The central directory is checked before anything is inflated: a bomb is refused on its own word.
-// Parts whose directory entries lie are caught again while they are read.
-bool WorkbookArchive::checkDeclaredSizes()
+// The central directory is checked before anything is inflated: a bomb is refused on its own word. Entries
+// whose directory records lie are caught again while they are read.
+void WorkbookArchive::checkDeclaredSizes()
 {
     const zip_int64_t count = zip_get_num_entries(m_zip, 0);
+    if (count > m_limits.maxEntries) {
+        m_limitError = QStringLiteral("The archive holds more than ") + QString::number(m_limits.maxEntries) +
+                       QStringLiteral(" entries");
+        return;
+    }
     qint64 total = 0;
     for (zip_int64_t i = 0; i < count; ++i) {
         zip_stat_t st;
@@ -51,27 +95,22 @@ bool WorkbookArchive::checkDeclaredSizes()
         if (zip_stat_index(m_zip, zip_uint64_t(i), 0, &st) != 0 || !(st.valid & ZIP_STAT_SIZE))
             continue;
         const QString name = QString::fromUtf8(st.name ? st.name : "");
-        const qint64 size =
-            st.size > zip_uint64_t(m_limits.maxTotalBytes) ? m_limits.maxTotalBytes + 1 : qint64(st.size);
-        if (size > m_limits.maxPartBytes) {
-            m_limitError = QStringLiteral("The part %1 unpacks to more than %2")
-                               .arg(name, mebibytes(m_limits.maxPartBytes));
-            return false;
+        if (st.size > zip_uint64_t(m_limits.maxPartBytes)) {
+            m_limitError = tooLarge(name, m_limits.maxPartBytes);
+            return;
         }
-        if ((st.valid & ZIP_STAT_COMP_SIZE) && size > m_limits.ratioFloorBytes &&
+        const qint64 size = qint64(st.size);
+        if ((st.valid & ZIP_STAT_COMP_SIZE) && size > m_limits.ratioGraceBytes &&
             size / m_limits.maxRatio > qint64(st.comp_size)) {
-            m_limitError = QStringLiteral("The part %1 is compressed more than %2 to 1")
-                               .arg(name, QString::number(m_limits.maxRatio));
-            return false;
+            m_limitError = tooDense(name, m_limits.maxRatio);
+            return;
         }
         total += size;
         if (total > m_limits.maxTotalBytes) {
-            m_limitError =
-                QStringLiteral("The archive unpacks to more than %1").arg(mebibytes(m_limits.maxTotalBytes));
-            return false;
+            m_limitError = tooMuch(m_limits.maxTotalBytes);
+            return;
         }
     }
-    return true;
 }
 
 QStringList WorkbookArchive::list(const QString &folder) const
@@ -98,62 +137,109 @@ QStringList WorkbookArchive::list(const QString &folder) const
     return names;
 }
 
-WorkbookArchive::Part WorkbookArchive::read(const QString &name)
+std::unique_ptr<WorkbookArchive::Text> WorkbookArchive::open(const QString &name)
 {
-    Part part;
-    if (!m_zip || !m_limitError.isEmpty())
-        return part;
-    const QByteArray utf8 = name.toUtf8();
-    const zip_int64_t index = zip_name_locate(m_zip, utf8.constData(), 0);
+    return std::unique_ptr<Text>(new Text(this, name));
+}
+
+WorkbookArchive::Text::Text(WorkbookArchive *archive, const QString &name)
+    : m_archive(archive)
+    , m_name(name)
+{
+    if (!archive->m_zip || !archive->m_limitError.isEmpty())
+        return;
+    const zip_int64_t index = zip_name_locate(archive->m_zip, name.toUtf8().constData(), 0);
     if (index < 0)
-        return part;
-    part.status = Status::Unreadable;
+        return;
+    m_status = Status::Unreadable;
     zip_stat_t st;
     zip_stat_init(&st);
-    if (zip_stat_index(m_zip, zip_uint64_t(index), 0, &st) != 0 || !(st.valid & ZIP_STAT_SIZE))
-        return part;
-    const qint64 declared = qint64(std::min<zip_uint64_t>(st.size, zip_uint64_t(m_limits.maxPartBytes) + 1));
-    zip_file_t *file = zip_fopen_index(m_zip, zip_uint64_t(index), 0);
-    if (!file)
-        return part;
+    if (zip_stat_index(archive->m_zip, zip_uint64_t(index), 0, &st) != 0 || !(st.valid & ZIP_STAT_SIZE) ||
+        !(st.valid & ZIP_STAT_COMP_SIZE))
+        return;
+    m_declared = qint64(std::min<zip_uint64_t>(st.size, zip_uint64_t(archive->m_limits.maxPartBytes) + 1));
+    m_packed = qint64(std::min<zip_uint64_t>(st.comp_size, zip_uint64_t(archive->m_limits.maxPartBytes)));
+    m_file = zip_fopen_index(archive->m_zip, zip_uint64_t(index), 0);
+    if (!m_file)
+        return;
+    m_status = Status::Ok;
+    m_buffer.resize(PieceBytes);
+}
 
-    QByteArray bytes;
-    bytes.reserve(std::min(declared, MaxReserveBytes));
-    QByteArray chunk(ChunkBytes, Qt::Uninitialized);
-    bool ok = true;
-    for (;;) {
-        const zip_int64_t n = zip_fread(file, chunk.data(), zip_uint64_t(chunk.size()));
+WorkbookArchive::Text::~Text()
+{
+    if (m_file)
+        zip_fclose(m_file);
+}
+
+void WorkbookArchive::Text::fail(Status status)
+{
+    m_status = status;
+    if (m_file) {
+        zip_fclose(m_file);
+        m_file = nullptr;
+    }
+}
+
+bool WorkbookArchive::Text::readMore(qsizetype chars)
+{
+    if (m_status != Status::Ok || m_atEnd)
+        return false;
+    const Limits &limits = m_archive->m_limits;
+    const qsizetype wanted = m_held.size() + std::max<qsizetype>(chars, 1);
+    const qsizetype before = m_held.size();
+    while (m_held.size() < wanted) {
+        const zip_int64_t n = zip_fread(m_file, m_buffer.data(), zip_uint64_t(m_buffer.size()));
         if (n < 0) {
-            ok = false;
+            fail(Status::Unreadable);
+            return false;
+        }
+        if (n == 0) {
+            if (!m_decoder.isComplete()) {
+                fail(Status::Unreadable); // ends inside a character
+                return false;
+            }
+            m_atEnd = true;
             break;
         }
-        if (n == 0)
-            break;
-        m_bytesRead += n;
-        if (bytes.size() + n > m_limits.maxPartBytes) {
-            m_limitError = QStringLiteral("The part %1 unpacks to more than %2")
-                               .arg(name, mebibytes(m_limits.maxPartBytes));
-            break;
+        m_inflated += n;
+        m_archive->m_bytesRead += n;
+        if (m_inflated > limits.maxPartBytes) {
+            m_archive->m_limitError = tooLarge(m_name, limits.maxPartBytes);
+        } else if (m_inflated > limits.ratioGraceBytes && m_inflated / limits.maxRatio > m_packed) {
+            m_archive->m_limitError = tooDense(m_name, limits.maxRatio);
+        } else if (m_archive->m_bytesRead > limits.maxTotalBytes) {
+            m_archive->m_limitError = tooMuch(limits.maxTotalBytes);
+        } else if (m_inflated > m_declared) {
+            fail(Status::Unreadable); // more data than the directory admits to: a damaged or forged entry
+            return false;
         }
-        if (m_bytesRead > m_limits.maxTotalBytes) {
-            m_limitError =
-                QStringLiteral("The archive unpacks to more than %1").arg(mebibytes(m_limits.maxTotalBytes));
-            break;
+        if (!m_archive->m_limitError.isEmpty()) {
+            fail(Status::OverLimit);
+            return false;
         }
-        if (bytes.size() + n > declared) {
-            ok = false; // more data than the directory admits to: a damaged or forged entry
-            break;
+        m_decoder.decode(QByteArrayView(m_buffer.constData(), n), m_held);
+        if (!m_decoder.isValid()) {
+            fail(Status::Unreadable);
+            return false;
         }
-        bytes.append(chunk.constData(), n);
+        if (m_held.size() > limits.maxHeldChars) {
+            m_archive->m_limitError = QStringLiteral("The part ") + m_name +
+                                      QStringLiteral(" holds a row or element longer than ") +
+                                      QString::number(limits.maxHeldChars >> 20) +
+                                      QStringLiteral(" Mi characters");
+            fail(Status::OverLimit);
+            return false;
+        }
     }
-    zip_fclose(file);
-    if (!m_limitError.isEmpty()) {
-        part.status = Status::OverLimit;
-        return part;
+    if (m_atEnd && m_file) {
+        zip_fclose(m_file);
+        m_file = nullptr;
     }
-    if (ok) {
-        part.status = Status::Ok;
-        part.bytes = std::move(bytes);
-    }
-    return part;
+    return m_held.size() > before;
+}
+
+void WorkbookArchive::Text::forget(qsizetype count)
+{
+    m_held.remove(0, std::min(count, m_held.size()));
 }

@@ -1,12 +1,12 @@
 #include "XLSXHelper.h"
 
+#include "Core/IcuRegex.h"
 #include "Core/SecurityScope.h"
 #include "Services/DebugLog.h"
 #include "Services/WorkbookArchive.h"
+#include "Services/WorkbookPatterns.h"
 
 #include <QLocale>
-#include <QRegularExpression>
-#include <QStringDecoder>
 
 #include <algorithm>
 #include <charconv>
@@ -20,35 +20,20 @@
 
 namespace {
 
-// The patterns were written for ICU: "\d" is any Unicode digit, and without the dot-all option a dot
-// stops at every line terminator ICU knows, not only at LF. (*ANY) gives PCRE2 the same set.
-const QString SharedStringPattern = QStringLiteral("(*ANY)<t[^>]*>(.*?)</t>");
-const QString SheetNamePattern = QStringLiteral("(*ANY)<sheet [^>]*name=\"([^\"]+)\"");
-const QString RowPattern = QStringLiteral("<row[^>]*>(.*?)</row>");
-const QString CellPattern =
-    QStringLiteral("<c[^>]*t=\"s\"[^>]*>.*?<v>(\\d+)</v>.*?<\\/c>"
-                   "|<c[^>]*t=\"(?:inlineStr|str)\"[^>]*>.*?<t[^>]*>(.*?)</t>.*?<\\/c>"
-                   "|<c[^>]*>.*?<v>([0-9.]+)</v>.*?<\\/c>");
+// The patterns of the shared strings and the sheet names, in ICU syntax and run by ICU: without the dot-all
+// option a dot stops at every line terminator. Rows and cells: WorkbookPatterns.
+const QString SharedStringPattern = QStringLiteral("<t[^>]*>(.*?)</t>");
+const QString SheetNamePattern = QStringLiteral("<sheet [^>]*name=\"([^\"]+)\"");
 
-constexpr auto LineOptions = QRegularExpression::UseUnicodePropertiesOption;
-constexpr auto DotAllOptions =
-    QRegularExpression::UseUnicodePropertiesOption | QRegularExpression::DotMatchesEverythingOption;
+// Characters inflated per step while a part is searched.
+constexpr qsizetype StepChars = qsizetype(256) << 10;
+// Shared strings and the result together: a workbook's text beyond this (256 MiB of UTF-16) is refused
+// rather than let a few megabytes of references to one long shared string fill the memory.
+constexpr qsizetype MaxTextChars = qsizetype(128) << 20;
 
-std::optional<QString> decodeUtf8(const QByteArray &bytes)
+QString errorPrefix()
 {
-    QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
-    QString text = decoder.decode(bytes);
-    if (decoder.hasError())
-        return std::nullopt;
-    return text;
-}
-
-QStringList firstGroups(const QRegularExpression &re, const QString &text)
-{
-    QStringList found;
-    for (auto it = re.globalMatch(text); it.hasNext();)
-        found.append(it.next().captured(1));
-    return found;
+    return QStringLiteral("❌ Error extracting XLSX: ");
 }
 
 // A shared-string index: ASCII decimal digits only; anything else (other scripts' digits, overflow)
@@ -81,9 +66,233 @@ std::optional<double> parseNumber(QStringView text)
     return value;
 }
 
-QString logPrefix()
+// The texts of a list (the shared strings, the sheet names) kept in one piece with where each one ends: a
+// million short strings cost a million offsets, not a million string objects.
+class TextList {
+public:
+    void append(QStringView text)
+    {
+        m_all += text;
+        m_ends.append(m_all.size());
+    }
+    qsizetype size() const { return m_ends.size(); }
+    qsizetype chars() const { return m_all.size(); }
+    QStringView at(qsizetype i) const
+    {
+        const qsizetype from = i == 0 ? 0 : m_ends[i - 1];
+        return QStringView(m_all).sliced(from, m_ends[i] - from);
+    }
+    void clear()
+    {
+        m_all.clear();
+        m_ends.clear();
+    }
+
+private:
+    QString m_all;
+    QList<qsizetype> m_ends;
+};
+
+enum class PartResult { Done, Skipped, Failed };
+
+// One call of extractText: the archive, what was found so far and the first error.
+class Extraction {
+public:
+    explicit Extraction(const QString &path)
+        : m_archive(path)
+    {
+    }
+
+    std::optional<QString> run();
+
+private:
+    std::optional<QString> fail(const QString &description)
+    {
+        DebugLog::log(errorPrefix() + description);
+        return m_result.isEmpty() ? std::nullopt : std::optional<QString>(std::move(m_result));
+    }
+    bool overBudget()
+    {
+        if (m_result.size() + m_shared.chars() <= MaxTextChars)
+            return false;
+        m_error = QStringLiteral("The workbook's text is longer than ") +
+                  QString::number(MaxTextChars >> 20) + QStringLiteral(" Mi characters");
+        return true;
+    }
+    PartResult collect(const QString &name, const QString &pattern, QLatin1String literal, TextList &found);
+    PartResult extractSheet(const QString &file, const QString &name);
+
+    WorkbookArchive m_archive;
+    TextList m_shared;
+    QString m_result;
+    QString m_error; // a failure of our own (pattern, text budget), besides the archive's limits
+};
+
+// Every match of `pattern` in the part, in order, as one search over the whole part would find them,
+// while only a stretch of the part is held: a match that reached the end of what has arrived, or a search
+// that did, is tried again with more text. Every match begins with `literal`, so what lies before the first
+// place where a match could still begin can be forgotten.
+PartResult Extraction::collect(const QString &name, const QString &pattern, QLatin1String literal,
+                               TextList &found)
 {
-    return QStringLiteral("❌ Error extracting XLSX: ");
+    const std::unique_ptr<WorkbookArchive::Text> part = m_archive.open(name);
+    IcuRegex regex(pattern);
+    if (!regex.isValid()) {
+        m_error = regex.errorString();
+        return PartResult::Failed;
+    }
+    qsizetype from = 0;
+    part->readMore(StepChars);
+    while (part->status() == WorkbookArchive::Status::Ok) {
+        const QString &held = part->held();
+        regex.setText(held);
+        regex.setRange(from, held.size());
+        while (regex.findNext() && (!regex.hitEnd() || part->atEnd())) {
+            found.append(regex.captured(1));
+            from = regex.end(0);
+            if (overBudget())
+                return PartResult::Failed;
+        }
+        if (!regex.isValid()) {
+            m_error = regex.errorString();
+            return PartResult::Failed;
+        }
+        if (part->atEnd())
+            return PartResult::Done;
+        qsizetype keep = std::max(from, held.size() - (literal.size() - 1));
+        for (qsizetype at = held.indexOf(literal, from); at >= 0; at = held.indexOf(literal, at + 1)) {
+            regex.setRange(at, held.size());
+            regex.matchesAtStart();
+            if (regex.hitEnd() || !regex.isValid()) {
+                keep = at;
+                break;
+            }
+        }
+        part->forget(keep);
+        from -= std::min(from, keep);
+        part->readMore(std::max(StepChars, part->held().size()));
+    }
+    found.clear();
+    return part->status() == WorkbookArchive::Status::OverLimit ? PartResult::Failed : PartResult::Skipped;
+}
+
+// One worksheet: its marker, then the rows, each row's values found by the cell pattern.
+PartResult Extraction::extractSheet(const QString &file, const QString &name)
+{
+    const std::unique_ptr<WorkbookArchive::Text> part = m_archive.open(file);
+    if (part->status() != WorkbookArchive::Status::Ok)
+        return PartResult::Skipped;
+
+    // Nothing of a sheet counts until its part was read to the end as UTF-8: one that is not is skipped
+    // as a whole, marker and header line included.
+    const qsizetype sheetStart = m_result.size();
+    m_result += QStringLiteral("[TABELLE: ") + name + QStringLiteral("]\n");
+    QString headerLine;
+    qsizetype rowCount = 0;
+
+    qsizetype from = 0;
+    part->readMore(StepChars);
+    while (part->status() == WorkbookArchive::Status::Ok) {
+        const QStringView held = part->held();
+        qsizetype openRow = -1;
+        if (const auto row = WorkbookPatterns::findRow(held, from, &openRow)) {
+            from = row->end;
+            // The values go straight into the result, tab after tab: a row of millions of cells costs its
+            // text, not a string object per cell.
+            const qsizetype rowStart = m_result.size();
+            qsizetype count = 0;
+            const auto take = [&](QStringView value) {
+                if (count > 0)
+                    m_result += QLatin1Char('\t');
+                m_result += value;
+                if (rowCount == 0) {
+                    if (count > 0)
+                        headerLine += QStringLiteral(", ");
+                    headerLine += value;
+                }
+                ++count;
+            };
+            WorkbookPatterns::CellScanner cells(
+                held.sliced(row->valueStart, row->valueEnd - row->valueStart));
+            while (const auto cell = cells.next()) {
+                const QStringView value =
+                    held.sliced(row->valueStart + cell->valueStart, cell->valueEnd - cell->valueStart);
+                if (cell->group == 1) {
+                    const auto index = parseIndex(value);
+                    if (index && *index < m_shared.size())
+                        take(m_shared.at(*index));
+                } else if (cell->group == 2) {
+                    take(value);
+                } else if (const auto number = parseNumber(value)) {
+                    take(XLSXHelper::formatNumber(*number));
+                }
+            }
+            if (count == 0) {
+                m_result.truncate(rowStart);
+                continue;
+            }
+            if (rowCount == 0)
+                headerLine.prepend(QStringLiteral("   └─ Sheet [") + name + QStringLiteral("] Headers: "));
+            m_result += QLatin1Char('\n');
+            ++rowCount;
+            if (overBudget()) {
+                m_result.truncate(sheetStart);
+                return PartResult::Failed;
+            }
+            continue;
+        }
+        if (part->atEnd()) {
+            m_result += QLatin1Char('\n');
+            if (!headerLine.isEmpty())
+                DebugLog::log(headerLine);
+            return PartResult::Done;
+        }
+        // Keep the row that is still open, or the last characters that may begin one.
+        const qsizetype keep = openRow >= 0 ? openRow : std::max(from, held.size() - 3);
+        part->forget(keep);
+        from -= std::min(from, keep);
+        part->readMore(std::max(StepChars, part->held().size()));
+    }
+    m_result.truncate(sheetStart);
+    return part->status() == WorkbookArchive::Status::OverLimit ? PartResult::Failed : PartResult::Skipped;
+}
+
+std::optional<QString> Extraction::run()
+{
+    if (!m_archive.fileError().isEmpty())
+        return fail(m_archive.fileError());
+    if (!m_archive.limitError().isEmpty())
+        return fail(m_archive.limitError());
+    const auto failure = [this] { return fail(m_error.isEmpty() ? m_archive.limitError() : m_error); };
+
+    if (collect(QStringLiteral("xl/sharedStrings.xml"), SharedStringPattern, QLatin1String("<t"), m_shared) ==
+        PartResult::Failed)
+        return failure();
+    TextList sheetNames;
+    if (collect(QStringLiteral("xl/workbook.xml"), SheetNamePattern, QLatin1String("<sheet "), sheetNames) ==
+        PartResult::Failed)
+        return failure();
+
+    QStringList sheetFiles;
+    for (const QString &name : m_archive.list(QStringLiteral("xl/worksheets/"))) {
+        if (name.startsWith(QLatin1String("sheet")) && name.endsWith(QLatin1String(".xml")))
+            sheetFiles.append(name);
+    }
+    XLSXHelper::sortSheetFiles(sheetFiles);
+
+    DebugLog::log(QStringLiteral("📊 XLSX: Found ") + QString::number(sheetFiles.size()) +
+                  QStringLiteral(" sheets, ") + QString::number(m_shared.size()) +
+                  QStringLiteral(" shared strings"));
+
+    for (qsizetype i = 0; i < sheetFiles.size(); ++i) {
+        const QString name = i < sheetNames.size() ? sheetNames.at(i).toString()
+                                                   : QStringLiteral("Sheet ") + QString::number(i + 1);
+        if (extractSheet(QStringLiteral("xl/worksheets/") + sheetFiles.at(i), name) == PartResult::Failed)
+            return failure();
+    }
+    if (m_result.isEmpty())
+        return std::nullopt;
+    return std::move(m_result);
 }
 
 } // namespace
@@ -123,91 +332,6 @@ void XLSXHelper::sortSheetFiles(QStringList &names)
 std::optional<QString> XLSXHelper::extractText(const QString &path)
 {
     SecurityScope::startAccessing(path); // nothing to end on this platform
-    QString result;
-    const auto fail = [&](const QString &description) -> std::optional<QString> {
-        DebugLog::log(logPrefix() + description);
-        return result.isEmpty() ? std::nullopt : std::optional<QString>(result);
-    };
-
-    // A file that is no ZIP archive at all simply has no parts.
-    WorkbookArchive archive(path);
-    if (!archive.limitError().isEmpty())
-        return fail(archive.limitError());
-
-    const auto readText = [&](const QString &name) -> std::optional<QString> {
-        const WorkbookArchive::Part part = archive.read(name);
-        if (part.status != WorkbookArchive::Status::Ok)
-            return std::nullopt;
-        return decodeUtf8(part.bytes);
-    };
-
-    QStringList sharedStrings;
-    if (const auto text = readText(QStringLiteral("xl/sharedStrings.xml")))
-        sharedStrings = firstGroups(QRegularExpression(SharedStringPattern, LineOptions), *text);
-    if (!archive.limitError().isEmpty())
-        return fail(archive.limitError());
-
-    QStringList sheetNames;
-    if (const auto text = readText(QStringLiteral("xl/workbook.xml")))
-        sheetNames = firstGroups(QRegularExpression(SheetNamePattern, LineOptions), *text);
-    if (!archive.limitError().isEmpty())
-        return fail(archive.limitError());
-
-    QStringList sheetFiles;
-    for (const QString &name : archive.list(QStringLiteral("xl/worksheets/"))) {
-        if (name.startsWith(QLatin1String("sheet")) && name.endsWith(QLatin1String(".xml")))
-            sheetFiles.append(name);
-    }
-    sortSheetFiles(sheetFiles);
-
-    DebugLog::log(QStringLiteral("📊 XLSX: Found %1 sheets, %2 shared strings")
-                      .arg(sheetFiles.size())
-                      .arg(sharedStrings.size()));
-
-    for (qsizetype i = 0; i < sheetFiles.size(); ++i) {
-        const std::optional<QString> sheet = readText(QStringLiteral("xl/worksheets/") + sheetFiles.at(i));
-        if (!archive.limitError().isEmpty())
-            return fail(archive.limitError());
-        if (!sheet)
-            continue;
-        const QString name = i < sheetNames.size() ? sheetNames.at(i) : QStringLiteral("Sheet %1").arg(i + 1);
-        result += QStringLiteral("[TABELLE: ") + name + QStringLiteral("]\n");
-
-        const QRegularExpression rowRe(RowPattern, DotAllOptions);
-        const QRegularExpression cellRe(CellPattern, DotAllOptions);
-        if (!rowRe.isValid() || !cellRe.isValid())
-            return fail(rowRe.isValid() ? cellRe.errorString() : rowRe.errorString());
-
-        int rowCount = 0;
-        QStringList values;
-        for (auto rows = rowRe.globalMatch(*sheet); rows.hasNext();) {
-            const QRegularExpressionMatch row = rows.next();
-            values.clear();
-            for (auto cells = cellRe.globalMatch(row.capturedView(1)); cells.hasNext();) {
-                const QRegularExpressionMatch cell = cells.next();
-                if (cell.hasCaptured(1)) {
-                    const auto index = parseIndex(cell.capturedView(1));
-                    if (index && *index < sharedStrings.size())
-                        values.append(sharedStrings.at(*index));
-                } else if (cell.hasCaptured(2)) {
-                    values.append(cell.captured(2));
-                } else if (cell.hasCaptured(3)) {
-                    if (const auto number = parseNumber(cell.capturedView(3)))
-                        values.append(formatNumber(*number));
-                }
-            }
-            if (values.isEmpty())
-                continue;
-            if (rowCount == 0)
-                DebugLog::log(QStringLiteral("   └─ Sheet [") + name + QStringLiteral("] Headers: ") +
-                              values.join(QStringLiteral(", ")));
-            result += values.join(QLatin1Char('\t'));
-            result += QLatin1Char('\n');
-            ++rowCount;
-        }
-        result += QLatin1Char('\n');
-    }
-    if (result.isEmpty())
-        return std::nullopt;
-    return result;
+    Extraction extraction(path);
+    return extraction.run();
 }

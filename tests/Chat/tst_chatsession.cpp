@@ -5,13 +5,22 @@
 #include "Core/Notifier.h"
 #include "ProviderClient.h"
 #include "Services/ContextManager.h"
+#include "Services/DebugLog.h"
 #include "TestMain.h"
 #include "TestProvider.h"
 
 #include <QElapsedTimer>
 #include <QImage>
 #include <QJsonArray>
+#include <QPainter>
+#include <QPdfWriter>
 #include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QThreadPool>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -117,6 +126,54 @@ private slots:
         QCOMPARE(messages[2].toObject(), (QJsonObject{{"role", "assistant"}, {"content", "Hallo"}}));
         QCOMPARE(messages[3].toObject(), (QJsonObject{{"role", "user"}, {"content", "Zweite Frage"}}));
         QCOMPARE(body.value(QStringLiteral("model")).toString(), QStringLiteral("mistral3"));
+    }
+
+    // Knowledge files are read on threads of their own: a question asked while large documents are being
+    // read leaves at once, before the first of them is done, instead of queueing behind them.
+    void aTurnDoesNotWaitForKnowledgeFiles()
+    {
+        Fixture f;
+        QThreadPool::globalInstance()->setMaxThreadCount(2);
+        QTemporaryDir dir;
+        QList<QUrl> documents;
+        for (int d = 0; d < 3; ++d) {
+            const QString path = dir.filePath(QStringLiteral("Handbuch %1.pdf").arg(d));
+            QPdfWriter writer(path);
+            writer.setResolution(72);
+            QPainter painter(&writer);
+            for (int page = 0; page < 150; ++page) {
+                if (page > 0)
+                    writer.newPage();
+                for (int line = 0; line < 50; ++line)
+                    painter.drawText(QPointF(50, 40 + line * 14),
+                                     QStringLiteral("Kapitel %1, Absatz %2: Wartung der Anlage im Werk Nord.")
+                                         .arg(page)
+                                         .arg(line));
+            }
+            painter.end();
+            documents.append(QUrl::fromLocalFile(path));
+        }
+        const auto extracted = [] {
+            QFile log(DebugLog::filePath());
+            return log.open(QIODevice::ReadOnly) ? int(log.readAll().count("📄 PDFKit: Extracted")) : -1;
+        };
+        const int before = extracted();
+        ConsoleCapture console;
+        for (const QUrl &url : documents)
+            f.knowledge->addFile(url);
+        QTRY_VERIFY(console.text().contains(QStringLiteral("Extracting text from: Handbuch")));
+
+        int extractedWhenAsked = -1;
+        connect(&f.provider, &TestProvider::requestReceived, this, [&](const TestProvider::Request &request) {
+            if (request.path.endsWith("/chat/completions") && extractedWhenAsked < 0)
+                extractedWhenAsked = extracted() - before;
+        });
+        f.provider.enqueueChat(Response::sse({QStringLiteral("sofort")}));
+        f.send(QStringLiteral("Wie warte ich die Anlage?"));
+        QVERIFY(f.waitForTurn());
+        QCOMPARE(extractedWhenAsked, 0);
+        QCoro::waitFor(f.knowledge->waitUntilIdle());
+        QCOMPARE(extracted() - before, 3);
     }
 
     void errorIsNotedInTheAnswer()
@@ -334,6 +391,33 @@ private slots:
         f.session->removePendingAttachment(0);
         QCOMPARE(f.session->pendingAttachments()->list().first().id(), second);
         QVERIFY(f.session->previews()->image(picture).isNull());
+    }
+
+    // Whether a drop is a picture is decided by the file's header, never by reading the file whole: a pipe
+    // named like a picture (which would never end) is a document at once. A folder dropped with a closing
+    // slash is named after the folder.
+    void attachmentsAreJudgedByTheirHeader()
+    {
+        Fixture f;
+        const QDir home(TestEnvironment::home().path());
+        home.mkpath(QStringLiteral("Urlaub"));
+        f.session->addAttachment(
+            QUrl::fromLocalFile(home.filePath(QStringLiteral("Urlaub")) + QLatin1Char('/')));
+        const QString pipe = home.filePath(QStringLiteral("Kamera.webp"));
+        QCOMPARE(::mkfifo(QFile::encodeName(pipe).constData(), 0600), 0);
+        f.session->addAttachment(QUrl::fromLocalFile(pipe));
+        const auto names = [&f] {
+            QStringList found;
+            for (const Attachment &a : f.session->pendingAttachments()->list())
+                found.append(a.type().isDocument() ? a.type().name() : QStringLiteral("<picture>"));
+            found.sort();
+            return found;
+        };
+        QTRY_COMPARE(names(), QStringList({QStringLiteral("Kamera.webp"), QStringLiteral("Urlaub")}));
+        // Let a reader that did open the pipe see its end.
+        const int writer = ::open(QFile::encodeName(pipe).constData(), O_WRONLY | O_NONBLOCK);
+        if (writer >= 0)
+            ::close(writer);
     }
 };
 

@@ -11,6 +11,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QSysInfo>
 #include <QTemporaryDir>
 #include <QTemporaryFile>
 
@@ -66,7 +67,7 @@ private slots:
     }
     void init() { AppSettings().setKnowledgeBookmarksData({}); }
 
-    void bookmarksRoundTripOnThisComputerOnly()
+    void bookmarksRoundTrip()
     {
         const QUrl url = makeFile(QStringLiteral("Preise 2024.txt"));
         const QByteArray bytes = bookmark(url);
@@ -74,14 +75,42 @@ private slots:
         QCOMPARE(std::get<KnowledgeBookmarks::Resolved>(resolved).url, url);
         QCOMPARE(std::get<KnowledgeBookmarks::Resolved>(resolved).stale, false);
         QCOMPARE(AppSettings::resolveBookmark(bytes), url);
-
-        const auto foreign = KnowledgeBookmarks::resolve(foreignBookmark(bytes));
-        QCOMPARE(std::get<KnowledgeBookmarks::Error>(foreign).code,
-                 int(KnowledgeBookmarks::Error::OtherComputer));
-        QVERIFY(AppSettings::resolveBookmark(foreignBookmark(bytes)).isEmpty());
         QVERIFY(AppSettings::resolveBookmark("not a bookmark").isEmpty());
         QVERIFY(std::holds_alternative<KnowledgeBookmarks::Error>(
             KnowledgeBookmarks::create(QUrl::fromLocalFile(m_dir.filePath(QStringLiteral("missing.txt"))))));
+    }
+
+    // A bookmark made under another machine identity: where its file is missing it was made on another
+    // computer and does not resolve; where the file is there, this computer's identity may simply have
+    // changed, and the bookmark still serves (stale) rather than costing the user the file.
+    void anotherMachineIdentity()
+    {
+        const QUrl here = makeFile(QStringLiteral("hier.txt"));
+        const auto kept = KnowledgeBookmarks::resolve(foreignBookmark(bookmark(here)));
+        QCOMPARE(std::get<KnowledgeBookmarks::Resolved>(kept).url, here);
+        QCOMPARE(std::get<KnowledgeBookmarks::Resolved>(kept).stale, true);
+
+        const QByteArray elsewhere = foreignBookmark(bookmark(makeFile(QStringLiteral("dort.txt"))));
+        QVERIFY(QFile::remove(m_dir.filePath(QStringLiteral("dort.txt"))));
+        const auto foreign = KnowledgeBookmarks::resolve(elsewhere);
+        QCOMPARE(std::get<KnowledgeBookmarks::Error>(foreign).code,
+                 int(KnowledgeBookmarks::Error::OtherComputer));
+        QVERIFY(AppSettings::resolveBookmark(elsewhere).isEmpty());
+    }
+
+    // Without a system machine id the identity is made once and kept beside the settings, so renaming the
+    // host changes nothing.
+    void machineIdentityWithoutASystemId()
+    {
+        QCOMPARE(KnowledgeBookmarks::machineIdentity("8f14e45fceea167a5a36dedd4bea2543"),
+                 QStringLiteral("8f14e45fceea167a5a36dedd4bea2543"));
+        const QString made = KnowledgeBookmarks::machineIdentity({});
+        QCOMPARE(made.size(), 32);
+        QVERIFY(made != QSysInfo::machineHostName());
+        QCOMPARE(KnowledgeBookmarks::machineIdentity({}), made);
+        QFile kept(AppSettings::folder() + QStringLiteral("/machine-id"));
+        QVERIFY(kept.open(QIODevice::ReadOnly));
+        QCOMPARE(kept.readAll().trimmed(), made.toLatin1());
     }
 
     void replacedFileIsStale()
@@ -164,14 +193,16 @@ private slots:
         const QUrl second = makeFile(QStringLiteral("b.txt"));
         const QUrl third = makeFile(QStringLiteral("c.txt"));
         const QUrl gone = makeFile(QStringLiteral("gone.txt"));
+        const QUrl renamedHost = makeFile(QStringLiteral("d.txt"));
         const QList<QByteArray> stored{bookmark(first), foreignBookmark(bookmark(second)), bookmark(third),
-                                       bookmark(gone)};
+                                       bookmark(gone), foreignBookmark(bookmark(renamedHost))};
+        QVERIFY(QFile::remove(second.toLocalFile()));
         QVERIFY(QFile::remove(gone.toLocalFile()));
         AppSettings settings;
         settings.setKnowledgeBookmarksData(KnowledgeBookmarks::encodeList(stored));
 
         ConsoleCapture console;
-        QCOMPARE(settings.getKnowledgeURLs(), QList<QUrl>({first, third}));
+        QCOMPARE(settings.getKnowledgeURLs(), QList<QUrl>({first, third, renamedHost}));
         QCOMPARE(
             console.lines(),
             QStringList(
@@ -181,9 +212,10 @@ private slots:
                  QStringLiteral("📁 Bookmark [2]: c.txt → resolved (stale: false, accessed: true)"),
                  QStringLiteral("⚠️ Bookmark [3]: gone.txt → Datei nicht gefunden (anderer Mac?), wird "
                                 "entfernt"),
+                 QStringLiteral("📁 Bookmark [4]: d.txt → resolved (stale: true, accessed: true)"),
                  QStringLiteral("🧹 Bereinige 2 ungültige Wissensdatei(en)")}));
         QCOMPARE(KnowledgeBookmarks::decodeList(settings.knowledgeBookmarksData()),
-                 QList<QByteArray>({stored[0], stored[2]}));
+                 QList<QByteArray>({stored[0], stored[2], stored[4]}));
         QVERIFY(settings.knowledgeBookmarksData().contains("\\/") || !stored[0].toBase64().contains('/'));
     }
 
@@ -211,7 +243,8 @@ private slots:
 
         // An unresolvable element keeps its index until the next start-up clean-up.
         QList<QByteArray> stored = KnowledgeBookmarks::decodeList(settings.knowledgeBookmarksData());
-        stored.prepend(foreignBookmark(stored.first()));
+        stored.prepend(foreignBookmark(bookmark(makeFile(QStringLiteral("fremd.txt")))));
+        QVERIFY(QFile::remove(m_dir.filePath(QStringLiteral("fremd.txt"))));
         settings.setKnowledgeBookmarksData(KnowledgeBookmarks::encodeList(stored));
         settings.removeKnowledgeFile(2, second, manager);
         QCOMPARE(KnowledgeBookmarks::decodeList(settings.knowledgeBookmarksData()),

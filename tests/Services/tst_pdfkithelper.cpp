@@ -80,6 +80,9 @@ private slots:
             << "japanese_jo_dvipdfmx" << 1 << "わたくしといふ現象は";
         QTest::addRow("right-to-left presentation forms")
             << "arabic_cid_truetype" << 1 << QString(QChar(0xFEE7));
+        QTest::addRow("two columns, hyphenation joined")
+            << "two_columns_groff_ms" << 2
+            << "Äpfel vertragen keine Nachbarschaft mit Kartoffeln, weil sie deren Geschmack annehmen.";
     }
     void fixtures()
     {
@@ -92,7 +95,31 @@ private slots:
         QVERIFY(text.has_value());
         QVERIFY2(text->contains(contains), qPrintable(text->left(400)));
         QVERIFY(text->endsWith(QStringLiteral("\n\n")));
+        // Text in reading order, not laid out with blanks; the page break is ours, not the engine's.
+        QVERIFY(!text->contains(QStringLiteral("   ")));
+        QVERIFY(!text->contains(QLatin1Char('\f')));
         QVERIFY(console.text().contains(QStringLiteral(" pages of ").prepend(QString::number(pages))));
+    }
+
+    // Side-by-side columns come out one after the other: the lines of a paragraph stay together and no
+    // line holds words of both columns.
+    void columnsInReadingOrder()
+    {
+        const auto text = PDFKitHelper::extractText(
+            TestEnvironment::fixture(QStringLiteral("pdf/two_columns_groff_ms.pdf")));
+        QVERIFY(text.has_value());
+        QVERIFY(text->contains(QStringLiteral("Im September werden die Tage kürzer, und\n"
+                                              "am Morgen liegt Tau auf den Wiesen. Wer jetzt\n"
+                                              "noch Salat säen möchte, wählt robuste Sorten, die\n")));
+        QVERIFY(text->contains(QStringLiteral("Der Rasenmäher bekommt vor dem Winter\n"
+                                              "einen neuen Luftfilter.")));
+        for (const QString &line : text->split(QLatin1Char('\n'))) {
+            const bool left =
+                line.contains(QStringLiteral("kürzer")) || line.contains(QStringLiteral("Kompost"));
+            const bool right =
+                line.contains(QStringLiteral("Leinöl")) || line.contains(QStringLiteral("Luftfilter"));
+            QVERIFY2(!(left && right), qPrintable(line));
+        }
     }
 
     void unopenableGiveNothing_data()

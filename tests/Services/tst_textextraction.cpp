@@ -112,6 +112,43 @@ private slots:
         QCOMPARE(TextExtraction::forKnowledge(path).value_or(QString()), text);
     }
 
+    // An attachment is read up to its cut and no further: what lies beyond is neither read nor checked, so
+    // bytes that are not UTF-8 far behind the cut do not cost the text. The knowledge base reads the whole
+    // file, and such a file has no text there.
+    void attachmentStopsReadingAtTheCut()
+    {
+        QByteArray bytes(40000, 'a');
+        bytes += QByteArray(8 << 20, 'b');
+        bytes += "\xff\xfe";
+        const QString path = TestEnvironment::writeFile(QStringLiteral("riesig.log"), bytes);
+        QCOMPARE(TextExtraction::forAttachment(path).value_or(QString()),
+                 QString(30000, QLatin1Char('a')) + Note);
+        QVERIFY(!TextExtraction::forKnowledge(path).has_value());
+    }
+
+    // Files are decoded piece by piece: characters cut between pieces are joined, and a U+FEFF is a byte
+    // order mark only at the very start of the file, also where a piece begins.
+    void textIsTheSameWhateverThePieces_data()
+    {
+        QTest::addColumn<QByteArray>("bytes");
+        const QByteArray mixed = QStringLiteral("€🇨🇭ä").toUtf8(); // 13 bytes: pieces begin inside characters
+        QTest::addRow("characters across pieces") << "x" + mixed.repeated((3 << 20) / mixed.size());
+        QByteArray marked = "\xef\xbb\xbf";
+        const QByteArray segment = "\xef\xbb\xbf" + mixed.repeated(314) + QByteArray(11, 'y'); // 4096 bytes
+        QTest::addRow("byte order marks where pieces begin") << marked + segment.repeated(768);
+    }
+    void textIsTheSameWhateverThePieces()
+    {
+        QFETCH(QByteArray, bytes);
+        const QString path = TestEnvironment::writeFile(QStringLiteral("stücke.txt"), bytes);
+        const QString expected = QString::fromUtf8(bytes); // without the mark at the start
+        QCOMPARE(expected.count(QChar(0xFEFF)),
+                 bytes.count("\xef\xbb\xbf") - int(bytes.startsWith("\xef\xbb\xbf")));
+        QCOMPARE(TextExtraction::forKnowledge(path).value_or(QString()), expected);
+        QCOMPARE(TextExtraction::forAttachment(path).value_or(QString()),
+                 Graphemes::prefix(expected, 30000) + Note);
+    }
+
     void fileNames_data()
     {
         QTest::addColumn<QString>("name");

@@ -1,12 +1,16 @@
 #include "TestMain.h"
 
 #include "ConsoleCapture.h"
+#include "Core/IcuRegex.h"
 #include "Services/XLSXHelper.h"
 #include "WorkbookWriter.h"
 
 #include <QFile>
+#include <QRandomGenerator>
 #include <QTemporaryDir>
 #include <QtEndian>
+
+#include <array>
 
 #include <sys/resource.h>
 
@@ -31,13 +35,15 @@ void put32(QByteArray &out, quint32 v)
     const quint32 le = qToLittleEndian(v);
     out.append(reinterpret_cast<const char *>(&le), 4);
 }
-quint16 get16(const QByteArray &in, qsizetype at)
+// The fields of a local file header (30 bytes).
+using LocalHeader = std::array<char, 30>;
+quint16 get16(const LocalHeader &in, qsizetype at)
 {
-    return qFromLittleEndian<quint16>(in.constData() + at);
+    return qFromLittleEndian<quint16>(in.data() + at);
 }
-quint32 get32(const QByteArray &in, qsizetype at)
+quint32 get32(const LocalHeader &in, qsizetype at)
 {
-    return qFromLittleEndian<quint32>(in.constData() + at);
+    return qFromLittleEndian<quint32>(in.data() + at);
 }
 
 // One deflated entry, and a central directory listing it `copies` times under different worksheet
@@ -50,10 +56,13 @@ QByteArray overlappingBomb(const QString &scratch, qsizetype entryBytes, int cop
     QFile file(scratch);
     if (!file.open(QIODevice::ReadOnly))
         return {};
+    LocalHeader header{};
+    if (file.read(header.data(), qint64(header.size())) != qint64(header.size()) || !file.seek(0))
+        return {};
     const QByteArray single = file.readAll();
-    const quint16 method = get16(single, 8);
-    const quint32 crc = get32(single, 14), packed = get32(single, 18), unpacked = get32(single, 22);
-    const qsizetype dataEnd = 30 + get16(single, 26) + get16(single, 28) + packed;
+    const quint16 method = get16(header, 8);
+    const quint32 crc = get32(header, 14), packed = get32(header, 18), unpacked = get32(header, 22);
+    const qsizetype dataEnd = 30 + get16(header, 26) + get16(header, 28) + packed;
 
     QByteArray out = single.left(dataEnd);
     QByteArray directory;
@@ -294,6 +303,120 @@ private slots:
         QVERIFY(!XLSXHelper::extractText(m_dir.path()).has_value()); // a folder is no workbook either
     }
 
+    // A workbook that cannot be read at all is an error of the file operations, not an empty workbook.
+    void missingWorkbookIsAnError()
+    {
+        ConsoleCapture console;
+        QVERIFY(!XLSXHelper::extractText(path(QStringLiteral("fehlt.xlsx"))).has_value());
+        QCOMPARE(console.lines().size(), 1);
+        QVERIFY2(
+            console.text().endsWith(QStringLiteral("] ❌ Error extracting XLSX: The file “fehlt.xlsx” "
+                                                   "couldn’t be opened because there is no such file.\n")),
+            qPrintable(console.text()));
+    }
+
+    // A row far longer than a backtracking engine's step budget, between ordinary ones: every row is
+    // there, the ones after it too, in a part that arrives in many pieces.
+    void hugeRowsAndEveryRowAfterThem()
+    {
+        QByteArray huge = "<row r=\"2\">";
+        qsizetype cells = 0;
+        quint32 seed = 7;
+        while (huge.size() < 12'000'000) {
+            seed = seed * 1103515245u + 12345u;
+            huge += "<c><v>" + QByteArray::number(seed % 100000) + "</v></c>";
+            ++cells;
+        }
+        huge += "</row>";
+        QByteArray after;
+        for (int r = 3; r <= 3000; ++r)
+            after += "<row r=\"" + QByteArray::number(r) + "\"><c t=\"s\"><v>" + QByteArray::number(r % 2) +
+                     "</v></c><c t=\"inlineStr\"><is><t>Zeile " + QByteArray::number(r) +
+                     "</t></is></c></row>";
+        const QString file = path(QStringLiteral("huge.xlsx"));
+        QVERIFY(WorkbookWriter::writeZip(
+            file,
+            {{QStringLiteral("xl/sharedStrings.xml"),
+              WorkbookWriter::sharedStringsXml({QStringLiteral("gerade"), QStringLiteral("ungerade")})},
+             {QStringLiteral("xl/worksheets/sheet1.xml"),
+              sheetXml("<row r=\"1\"><c t=\"inlineStr\"><is><t>Kopf</t></is></c></row>" + huge + after)}}));
+        huge.clear();
+        const QString text = XLSXHelper::extractText(file).value_or(QString());
+        const QStringList lines = text.split(QLatin1Char('\n'));
+        QCOMPARE(lines.size(), 3 + 2998 + 2);
+        QCOMPARE(lines.at(1), QStringLiteral("Kopf"));
+        QCOMPARE(lines.at(2).count(QLatin1Char('\t')), cells - 1);
+        QCOMPARE(lines.at(3), QStringLiteral("ungerade\tZeile 3"));
+        QCOMPARE(lines.at(3000), QStringLiteral("gerade\tZeile 3000"));
+    }
+
+    // Shared strings are searched while the part arrives piece by piece: the list is the one the pattern
+    // finds in the whole part, with elements cut between pieces, line breaks that end a match early and
+    // text that is no element at all.
+    void sharedStringsInPiecesAsInOnePiece()
+    {
+        const QStringList pieces{QStringLiteral("<si><t>"),
+                                 QStringLiteral("</t></si>"),
+                                 QStringLiteral("<t xml:space=\"preserve\">"),
+                                 QStringLiteral("Wort "),
+                                 QStringLiteral("\n"),
+                                 QStringLiteral("\u2028"),
+                                 QStringLiteral("<r><rPr/>"),
+                                 QStringLiteral("</r>"),
+                                 QStringLiteral("&amp;"),
+                                 QStringLiteral("Straße 🇨🇭 "),
+                                 QStringLiteral("<t"),
+                                 QStringLiteral(">")};
+        QRandomGenerator random(5);
+        QString part = QStringLiteral("<sst>");
+        while (part.size() < 3'000'000)
+            part += pieces.at(random.bounded(int(pieces.size())));
+        part += QStringLiteral("</sst>");
+
+        QStringList expected;
+        IcuRegex reference(QStringLiteral("<t[^>]*>(.*?)</t>"));
+        reference.setText(part);
+        reference.setRange(0, part.size());
+        while (reference.findNext())
+            expected.append(reference.captured(1).toString());
+        QVERIFY(expected.size() > 10000);
+
+        QByteArray rows;
+        for (qsizetype i = 0; i < expected.size(); ++i)
+            rows += "<row><c t=\"s\"><v>" + QByteArray::number(i) + "</v></c></row>";
+        const QString file = path(QStringLiteral("strings.xlsx"));
+        QVERIFY(
+            WorkbookWriter::writeZip(file, {{QStringLiteral("xl/sharedStrings.xml"), part.toUtf8()},
+                                            {QStringLiteral("xl/worksheets/sheet1.xml"), sheetXml(rows)}}));
+        ConsoleCapture console;
+        const QString text = XLSXHelper::extractText(file).value_or(QString());
+        QVERIFY(console.lines().first().endsWith(QStringLiteral("📊 XLSX: Found 1 sheets, ") +
+                                                 QString::number(expected.size()) +
+                                                 QStringLiteral(" shared strings")));
+        QCOMPARE(text, QStringLiteral("[TABELLE: Sheet 1]\n") + expected.join(QLatin1Char('\n')) +
+                           QStringLiteral("\n\n"));
+    }
+
+    // A worksheet that turns out not to be UTF-8 long after its first rows is skipped as a whole, as if
+    // it had been read whole before its first row was looked at.
+    void lateInvalidBytesSkipTheWholeSheet()
+    {
+        QByteArray rows;
+        for (int r = 0; r < 40000; ++r)
+            rows += "<row><c><v>" + QByteArray::number(r) + "</v></c></row>";
+        const QString file = path(QStringLiteral("late.xlsx"));
+        QVERIFY(WorkbookWriter::writeZip(
+            file, {{QStringLiteral("xl/workbook.xml"),
+                    WorkbookWriter::workbookXml({QStringLiteral("Eins"), QStringLiteral("Zwei")})},
+                   {QStringLiteral("xl/worksheets/sheet1.xml"),
+                    sheetXml(rows + "<row><c t=\"str\"><t>caf\xe9</t></c></row>")},
+                   {QStringLiteral("xl/worksheets/sheet2.xml"), sheetXml("<row><c><v>2</v></c></row>")}}));
+        ConsoleCapture console;
+        QCOMPARE(XLSXHelper::extractText(file).value_or(QString()), QStringLiteral("[TABELLE: Zwei]\n2\n\n"));
+        QCOMPARE(console.lines().size(), 2);
+        QVERIFY(console.lines().at(1).endsWith(QStringLiteral("   └─ Sheet [Zwei] Headers: 2")));
+    }
+
     // Hostile archives are refused before they are inflated: the error line, nothing, and memory that
     // stays near what the test itself holds.
     void zipBombsAreRefused_data()
@@ -307,9 +430,29 @@ private slots:
         QVERIFY(ratio.open(QIODevice::ReadOnly));
         QTest::addRow("high ratio")
             << ratio.readAll()
-            << QStringLiteral("The part xl/worksheets/sheet1.xml is compressed more than 200 to 1");
-        QTest::addRow("overlapping entries") << overlappingBomb(scratch, 15 << 20, 140)
-                                             << QStringLiteral("The archive unpacks to more than 2048 MiB");
+            << QStringLiteral("The part xl/worksheets/sheet1.xml is compressed more than 100 to 1");
+        // A sheet that inflates about 140 times, refused before anything is inflated.
+        QByteArray dense;
+        for (int i = 0; i < 800000; ++i)
+            dense += "<row><c><v>" + QByteArray::number(i % 97) + "</v></c></row>";
+        QVERIFY(WorkbookWriter::writeZip(scratch, {{QStringLiteral("xl/worksheets/sheet1.xml"), dense}}));
+        dense.clear();
+        QFile denseFile(scratch);
+        QVERIFY(denseFile.open(QIODevice::ReadOnly));
+        QTest::addRow("dense sheet")
+            << denseFile.readAll()
+            << QStringLiteral("The part xl/worksheets/sheet1.xml is compressed more than 100 to 1");
+        QTest::addRow("overlapping entries")
+            << overlappingBomb(scratch, 15 << 20, 140)
+            << QStringLiteral("The part xl/worksheets/sheet1.xml is compressed more than 100 to 1");
+        WorkbookWriter::Entries many;
+        for (int i = 0; i <= 10000; ++i)
+            many.append({QStringLiteral("xl/media/image%1.png").arg(i), QByteArray("x")});
+        QVERIFY(WorkbookWriter::writeZip(scratch, many));
+        QFile manyFile(scratch);
+        QVERIFY(manyFile.open(QIODevice::ReadOnly));
+        QTest::addRow("too many entries")
+            << manyFile.readAll() << QStringLiteral("The archive holds more than 10000 entries");
     }
     void zipBombsAreRefused()
     {

@@ -169,11 +169,12 @@ private slots:
     void unresolvableBookmarksHaveNoRowButKeepTheirIndex()
     {
         const QUrl kept = makeFile(QStringLiteral("bleibt.txt"));
-        // A bookmark made on another computer no longer resolves here.
+        // A bookmark made on another computer, for a file that is not here, no longer resolves.
         QJsonObject foreign =
             QJsonDocument::fromJson(std::get<QByteArray>(KnowledgeBookmarks::create(makeFile("weg.txt"))))
                 .object();
         foreign.insert(QStringLiteral("machine"), QStringLiteral("another-computer"));
+        QVERIFY(QFile::remove(foreign.value(QStringLiteral("path")).toString()));
         const QList<QByteArray> bookmarks{QJsonDocument(foreign).toJson(QJsonDocument::Compact),
                                           std::get<QByteArray>(KnowledgeBookmarks::create(kept))};
         m_settings->setKnowledgeBookmarksData(KnowledgeBookmarks::encodeList(bookmarks));

@@ -1,0 +1,166 @@
+#include "WorkbookPatterns.h"
+
+#include <unicode/uchar.h>
+
+namespace WorkbookPatterns {
+
+namespace {
+
+// "\d": a code point of the general category Nd, as ICU's regular expressions define it.
+qsizetype decimalDigits(QStringView text, qsizetype at)
+{
+    qsizetype i = at;
+    while (i < text.size()) {
+        char32_t c = text[i].unicode();
+        qsizetype width = 1;
+        if (QChar::isHighSurrogate(c) && i + 1 < text.size() && text[i + 1].isLowSurrogate()) {
+            c = QChar::surrogateToUcs4(text[i], text[i + 1]);
+            width = 2;
+        }
+        if (u_charType(UChar32(c)) != U_DECIMAL_DIGIT_NUMBER)
+            break;
+        i += width;
+    }
+    return i - at;
+}
+
+// "[0-9.]"
+qsizetype numberChars(QStringView text, qsizetype at)
+{
+    qsizetype i = at;
+    while (i < text.size() && ((text[i] >= u'0' && text[i] <= u'9') || text[i] == u'.'))
+        ++i;
+    return i - at;
+}
+
+bool startsAt(QStringView text, qsizetype at, QStringView literal)
+{
+    return at + literal.size() <= text.size() && text.sliced(at, literal.size()) == literal;
+}
+
+} // namespace
+
+// From "<row", "[^>]*" runs to the first ">", which must follow; the lazy dot then stops at the first
+// "</row>" after it. Without that ">" or that "</row>" no later row can match either.
+std::optional<Match> findRow(QStringView text, qsizetype from, qsizetype *openRow)
+{
+    if (openRow)
+        *openRow = -1;
+    const qsizetype start = text.indexOf(u"<row", from);
+    if (start < 0)
+        return std::nullopt;
+    const qsizetype tagEnd = text.indexOf(u'>', start + 4);
+    const qsizetype close = tagEnd < 0 ? -1 : text.indexOf(u"</row>", tagEnd + 1);
+    if (close < 0) {
+        if (openRow)
+            *openRow = start;
+        return std::nullopt;
+    }
+    return Match{start, close + 6, 1, tagEnd + 1, close};
+}
+
+qsizetype CellScanner::Finder::next(qsizetype from)
+{
+    // The remembered answer holds for every position from where it was searched up to where it was found.
+    if (m_from < 0 || from < m_from || (m_at >= 0 && from > m_at)) {
+        m_from = from;
+        m_at = m_text.indexOf(m_needle, from);
+    }
+    return m_at;
+}
+
+CellScanner::CellScanner(QStringView row)
+    : m_row(row)
+    , m_cellOpen(row, u"<c")
+    , m_tagEnd(row, u">")
+    , m_typeShared(row, u"t=\"s\"")
+    , m_typeInline(row, u"t=\"inlineStr\"")
+    , m_typeStr(row, u"t=\"str\"")
+    , m_sharedValue(row, u"<v>")
+    , m_sharedClose(row, u"</c>")
+    , m_textOpen(row, u"<t")
+    , m_textTagEnd(row, u">")
+    , m_textClose(row, u"</t>")
+    , m_inlineClose(row, u"</c>")
+    , m_numberValue(row, u"<v>")
+    , m_numberClose(row, u"</c>")
+{
+}
+
+// Each alternative opens with "<c[^>]*", which runs to the cell tag's first ">": the tag holds the type
+// attribute or not. Then a lazy dot looks for the first value element that the rest of the alternative
+// accepts, and a second one for the first "</c>" after it. A value element without a "</c>" after it fails
+// the alternative as a whole, since every later one lies further on.
+std::optional<Match> CellScanner::next()
+{
+    for (qsizetype start = m_cellOpen.next(m_pos); start >= 0; start = m_cellOpen.next(start + 1)) {
+        const qsizetype tagEnd = m_tagEnd.next(start + 2);
+        if (tagEnd < 0)
+            break; // no ">" for this cell, nor for any later one
+        std::optional<Match> match = sharedString(start, tagEnd);
+        if (!match)
+            match = inlineString(start, tagEnd);
+        if (!match)
+            match = number(start, tagEnd);
+        if (match) {
+            m_pos = match->end;
+            return match;
+        }
+    }
+    m_pos = m_row.size();
+    return std::nullopt;
+}
+
+std::optional<Match> CellScanner::sharedString(qsizetype start, qsizetype tagEnd)
+{
+    const qsizetype type = m_typeShared.next(start + 2);
+    if (type < 0 || type + 5 > tagEnd)
+        return std::nullopt;
+    for (qsizetype value = m_sharedValue.next(tagEnd + 1); value >= 0;
+         value = m_sharedValue.next(value + 1)) {
+        const qsizetype digits = decimalDigits(m_row, value + 3);
+        if (digits == 0 || !startsAt(m_row, value + 3 + digits, u"</v>"))
+            continue;
+        const qsizetype close = m_sharedClose.next(value + 3 + digits + 4);
+        if (close < 0)
+            return std::nullopt;
+        return Match{start, close + 4, 1, value + 3, value + 3 + digits};
+    }
+    return std::nullopt;
+}
+
+std::optional<Match> CellScanner::inlineString(qsizetype start, qsizetype tagEnd)
+{
+    const qsizetype inlineType = m_typeInline.next(start + 2);
+    const qsizetype strType = m_typeStr.next(start + 2);
+    const bool typed =
+        (inlineType >= 0 && inlineType + 13 <= tagEnd) || (strType >= 0 && strType + 7 <= tagEnd);
+    if (!typed)
+        return std::nullopt;
+    // "<t[^>]*>" runs from the first "<t" to the first ">" after it, "(.*?)</t>" to the first "</t>" after
+    // that; each later "<t" would find the same or later ones.
+    const qsizetype text = m_textOpen.next(tagEnd + 1);
+    const qsizetype textTagEnd = text < 0 ? -1 : m_textTagEnd.next(text + 2);
+    const qsizetype textClose = textTagEnd < 0 ? -1 : m_textClose.next(textTagEnd + 1);
+    const qsizetype close = textClose < 0 ? -1 : m_inlineClose.next(textClose + 4);
+    if (close < 0)
+        return std::nullopt;
+    return Match{start, close + 4, 2, textTagEnd + 1, textClose};
+}
+
+std::optional<Match> CellScanner::number(qsizetype start, qsizetype tagEnd)
+{
+    for (qsizetype value = m_numberValue.next(tagEnd + 1); value >= 0;
+         value = m_numberValue.next(value + 1)) {
+        const qsizetype length = numberChars(m_row, value + 3);
+        if (length == 0 || !startsAt(m_row, value + 3 + length, u"</v>"))
+            continue;
+        const qsizetype close = m_numberClose.next(value + 3 + length + 4);
+        if (close < 0)
+            return std::nullopt;
+        return Match{start, close + 4, 3, value + 3, value + 3 + length};
+    }
+    return std::nullopt;
+}
+
+} // namespace WorkbookPatterns
