@@ -47,6 +47,7 @@ QByteArray photoOfSize(qsizetype bytes)
 int main(int argc, char *argv[])
 {
     QGuiApplication app(argc, argv);
+    ImageData::allowFullSizePhotos();
     if (argc == 4 && QByteArray(argv[1]) == "--make") {
         QFile out(QString::fromLocal8Bit(argv[3]));
         out.open(QIODevice::WriteOnly);

@@ -52,7 +52,7 @@ void AppDelegate::applicationDidFinishLaunching()
 
     m_engine = std::make_unique<QQmlEngine>();
     m_engine->addImportPath(QStringLiteral("qrc:/qt/qml"));
-    m_engine->addImageProvider(AttachmentImageProvider::Name, new AttachmentImageProvider(m_session.get()));
+    m_engine->addImageProvider(AttachmentImageProvider::Name, new AttachmentImageProvider(*m_session));
     m_engine->addImageProvider(IconImageProvider::Name, new IconImageProvider);
 
     QPointer<AppDelegate> self(this);

@@ -1,4 +1,5 @@
 #include "AppDelegate.h"
+#include "Models/ImageData.h"
 #include "Window/FloatingWindow.h"
 
 #include <QGuiApplication>
@@ -23,6 +24,7 @@ int main(int argc, char *argv[])
 {
     preferXWayland();
     QGuiApplication app(argc, argv);
+    ImageData::allowFullSizePhotos();
     QGuiApplication::setApplicationName(QStringLiteral("Quillmoor"));
     QGuiApplication::setApplicationVersion(QStringLiteral(QUILLMOOR_VERSION));
     QGuiApplication::setDesktopFileName(QStringLiteral("quillmoor"));

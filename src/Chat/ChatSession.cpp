@@ -86,8 +86,11 @@ void ChatSession::setLoading(bool loading)
 {
     if (loading == m_isLoading)
         return;
+    const bool couldSend = canSend();
     m_isLoading = loading;
     emit isLoadingChanged();
+    if (couldSend != canSend())
+        emit canSendChanged();
 }
 
 QString ChatSession::currentModel() const
@@ -107,7 +110,8 @@ void ChatSession::appendMessage(const Message &message)
 
 void ChatSession::sendMessage()
 {
-    if (m_inputText.isEmpty() && m_pending.size() == 0)
+    // While an answer streams, Return and the send button leave the typed text where it is.
+    if (m_isLoading || (m_inputText.isEmpty() && m_pending.size() == 0))
         return;
 
     const bool sendsImages = std::any_of(m_pending.list().cbegin(), m_pending.list().cend(),
@@ -147,9 +151,10 @@ void ChatSession::sendMessage()
     m_streamingTask = nullptr;
     const int turn = ++m_turn;
     QTimer::singleShot(0, this, [this, text, attachments, history, cancelled, turn] {
+        // The answer's message comes with every turn, also one stopped before it began.
+        m_messages.append(Message(QString(), false));
         if (*cancelled)
             return finishTurn(turn, false, QString());
-        m_messages.append(Message(QString(), false));
         auto stream = m_contextManager.api().sendStreamingMessage(
             text, attachments, m_contextManager.globalChunks(), currentModel(), currentPrompt(), history);
         if (turn == m_turn)
@@ -232,30 +237,28 @@ QCoro::Task<> ChatSession::addAttachmentAsync(QUrl url)
         if (!self)
             co_return;
     }
-    if (image)
-        m_pending.append(Attachment(AttachmentType::image(std::move(image))));
-    else
+    if (image) {
+        const Attachment attachment(AttachmentType::image(std::move(image)));
+        m_previews->insert(attachment.id(), attachment.type().imageData()->preview());
+        m_pending.append(attachment);
+    } else {
         m_pending.append(Attachment(AttachmentType::document(url, lastComponent(url))));
+    }
 }
 
 void ChatSession::removePendingAttachment(int index)
 {
+    if (index < 0 || index >= m_pending.size())
+        return;
+    m_previews->remove(m_pending.list().at(index).id());
     m_pending.removeAt(index);
 }
 
 void ChatSession::clearMessages()
 {
     m_messages.clear();
-}
-
-const Attachment *ChatSession::findAttachment(const QUuid &id) const
-{
+    QSet<QUuid> pending;
     for (const Attachment &a : m_pending.list())
-        if (a.id() == id)
-            return &a;
-    for (const Message &m : m_messages.list())
-        for (const Attachment &a : m.attachments())
-            if (a.id() == id)
-                return &a;
-    return nullptr;
+        pending.insert(a.id());
+    m_previews->keepOnly(pending);
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Chat/AttachmentListModel.h"
+#include "Chat/AttachmentPreviews.h"
 #include "Chat/MessageListModel.h"
 #include "Models/Attachment.h"
 #include "Models/Message.h"
@@ -50,8 +51,9 @@ public:
     void setDragging(bool dragging);
     bool isAtBottom() const { return m_isAtBottom; }
     void setAtBottom(bool atBottom);
-    // The send button's rule: something to send.
-    bool canSend() const { return !m_inputText.isEmpty() || m_pending.size() > 0; }
+    // The send button's rule: something to send, and no answer streaming (a second turn would write into
+    // the same message as the first).
+    bool canSend() const { return !m_isLoading && (!m_inputText.isEmpty() || m_pending.size() > 0); }
 
     // For a single turn (the command-line companion): these replace the stored settings when set.
     void setModelOverride(const std::optional<QString> &model) { m_modelOverride = model; }
@@ -69,8 +71,9 @@ public:
     // Empties the conversation; nothing else is reset.
     Q_INVOKABLE void clearMessages();
 
-    // The attachment (pending or sent) with this id, for views that show previews.
-    const Attachment *findAttachment(const QUuid &id) const;
+    // The preview pictures of the pending and sent image attachments, for views that load them on another
+    // thread; shared, so it outlives the session as long as a view holds it.
+    std::shared_ptr<const AttachmentPreviews> previews() const { return m_previews; }
 
 signals:
     void inputTextChanged();
@@ -105,4 +108,5 @@ private:
     int m_turn = 0; // the newest turn; an older one ending must not stop the newer one's display
     std::optional<QString> m_modelOverride;
     std::optional<QString> m_promptOverride;
+    std::shared_ptr<AttachmentPreviews> m_previews = std::make_shared<AttachmentPreviews>();
 };

@@ -79,6 +79,9 @@ std::optional<int> parse(const QStringList &args, AskOptions &options)
     if (positional.size() != 1)
         return usageError(QStringLiteral("exactly one QUESTION is needed"));
     options.question = positional.first();
+    // The chat window sends nothing for an empty text without attachments; here that would wait forever.
+    if (options.question.isEmpty() && options.attachments.isEmpty())
+        return usageError(QStringLiteral("the QUESTION is empty and nothing is attached"));
     for (const QString &file : options.attachments + options.knowledge)
         if (!QFileInfo::exists(file))
             return usageError(QStringLiteral("no such file: ") + file);

@@ -1,6 +1,7 @@
 #include "Commands.h"
 
 #include "Core/Console.h"
+#include "Models/ImageData.h"
 
 #include <QGuiApplication>
 #include <QTextStream>
@@ -25,6 +26,7 @@ int main(int argc, char *argv[])
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
         qputenv("QT_QPA_PLATFORM", "offscreen");
     QGuiApplication app(argc, argv);
+    ImageData::allowFullSizePhotos();
     // stdout carries only what the user asked for; every console and debug line goes to stderr.
     Console::setStream(stderr);
 

@@ -17,7 +17,8 @@ struct ProviderError {
     // The full text form used on the console: domain, code and description.
     QString fullText() const
     {
-        return QStringLiteral("Error Domain=%1 Code=%2 \"%3\"").arg(domain).arg(code).arg(description);
+        return QStringLiteral("Error Domain=%1 Code=%2 \"%3\"")
+            .arg(domain, QString::number(code), description);
     }
 
     bool operator==(const ProviderError &) const = default;

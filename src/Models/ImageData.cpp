@@ -8,12 +8,14 @@
 
 namespace {
 constexpr int PreviewEdge = 160;
-// A full-size photo of 40 MB decodes to several hundred megabytes; Qt's default 256 MB guard would
-// drop such pictures, so the limit is raised to what a real camera produces.
-constexpr int DecodeLimitMB = 2048;
 // Beyond this a file is no picture we take: the largest photos of real cameras are far smaller.
 constexpr qint64 MaxFileBytes = qint64(512) << 20;
 } // namespace
+
+void ImageData::allowFullSizePhotos()
+{
+    QImageReader::setAllocationLimit(DecodeLimitMB);
+}
 
 std::shared_ptr<const ImageData> ImageData::load(const QString &path)
 {
@@ -64,7 +66,6 @@ QByteArray ImageData::toJpeg() const
     in.open(QIODevice::ReadOnly);
     QImageReader reader(&in);
     reader.setAutoTransform(true);
-    reader.setAllocationLimit(DecodeLimitMB);
     QImage image = reader.read();
     if (image.isNull())
         return {};

@@ -11,6 +11,12 @@
 // it is sent (off the UI thread), while the chat screen shows the small preview made on intake.
 class ImageData {
 public:
+    // A full-size photo of 40 MB decodes to several hundred megabytes, past Qt's default guard of 256 MB.
+    static constexpr int DecodeLimitMB = 2048;
+    // Raises Qt's decoding guard to that. The guard is one setting for the whole process, so every program
+    // that sends pictures calls this once at start-up, before any thread decodes.
+    static void allowFullSizePhotos();
+
     // Reads and checks the file; nothing when it cannot be read as an image. Its header decides: nothing
     // else of a file that is no picture (or of one over 512 MiB) is read.
     static std::shared_ptr<const ImageData> load(const QString &path);

@@ -1,6 +1,7 @@
 #include "ChatResponseReader.h"
 
 #include "Core/Console.h"
+#include "Services/ProviderReply.h"
 #include "Services/StreamEvent.h"
 
 #include <QNetworkReply>
@@ -16,8 +17,11 @@ void ChatResponseReader::start(QNetworkReply *reply, std::shared_ptr<ChatStream>
     new ChatResponseReader(reply, std::move(stream));
 }
 
+// A child of the network manager: a reader whose deferred deletion the event loop no longer reaches (the
+// program ends right after the turn) still goes, with its reply, when the manager does.
 ChatResponseReader::ChatResponseReader(QNetworkReply *reply, std::shared_ptr<ChatStream> stream)
-    : m_reply(reply)
+    : QObject(reply->manager())
+    , m_reply(reply)
     , m_stream(std::move(stream))
 {
     reply->setParent(this);
@@ -31,14 +35,17 @@ ChatResponseReader::~ChatResponseReader() = default;
 
 void ChatResponseReader::onMetaData()
 {
-    const QVariant status = m_reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
-    if (m_statusPrinted || !status.isValid())
+    if (m_statusPrinted)
         return;
-    m_status = status.toInt();
+    // Only the answer the request ends on counts; the head of a redirect on the way there is passed over.
+    const std::optional<int> status = ProviderReply::finalStatus(*m_reply);
+    if (!status)
+        return;
+    m_status = *status;
     m_statusPrinted = true;
-    Console::line(QStringLiteral("Stream: Response received. Status: %1").arg(m_status));
+    Console::line(QStringLiteral("Stream: Response received. Status: ") + QString::number(m_status));
     if (m_status != 200)
-        Console::line(QStringLiteral("API Error: Status %1").arg(m_status));
+        Console::line(QStringLiteral("API Error: Status ") + QString::number(m_status));
 }
 
 bool ChatResponseReader::handleLine(QByteArrayView line)
@@ -67,8 +74,9 @@ void ChatResponseReader::onReadyRead()
         return;
     onMetaData();
     if (!m_statusPrinted)
-        return; // not an HTTP answer; decided when it finishes
-    const QByteArray bytes = m_reply->readAll();
+        return; // no final answer yet (a redirect being followed, or none over HTTP): decided when it
+                // finishes
+    const QByteArray bytes = ProviderReply::readRest(*m_reply);
     m_splitter.feed(bytes, [this](QByteArrayView line) { return handleLine(line); });
 }
 
@@ -81,22 +89,22 @@ void ChatResponseReader::onFinished()
     const auto handler = [this](QByteArrayView line) { return handleLine(line); };
     if (m_statusPrinted) {
         // Whatever arrived before a failure is still delivered; "[DONE]" may already end the stream here.
-        if (!m_splitter.feed(m_reply->readAll(), handler))
+        if (!m_splitter.feed(ProviderReply::readRest(*m_reply), handler))
             return;
         // An HTTP error status is not a transport failure: its body has been printed, then it is reported.
         if (transportError == QNetworkReply::NoError || m_status != 200) {
             if (!m_splitter.finish(handler))
                 return;
             if (m_status != 200)
-                end(ProviderError::api(m_status,
-                                       QStringLiteral("API request failed with status %1").arg(m_status)));
+                end(ProviderError::api(m_status, QStringLiteral("API request failed with status ") +
+                                                     QString::number(m_status)));
             else
                 end(std::nullopt);
             return;
         }
     }
     if (transportError != QNetworkReply::NoError) {
-        end(ProviderError{QStringLiteral("QNetworkReply"), int(transportError), m_reply->errorString()});
+        end(ProviderReply::transportError(*m_reply));
         return;
     }
     end(ProviderError::api(-1, QStringLiteral("Invalid response")));

@@ -242,9 +242,8 @@ void ContextManager::storeChunks(const QUrl &url, ChunkBatch batch)
     publish();
     if (wasMarked)
         emit processingFilesChanged();
-    log(QStringLiteral("✅ Processed: ") + url.fileName() + QStringLiteral(" (") +
-        QString::number(batch.created) + QStringLiteral(" chunks, ") +
-        QString::number(m_globalChunks.size()) + QStringLiteral(" total)"));
+    log(QStringLiteral("✅ Processed: %1 (%2 chunks, %3 total)")
+            .arg(url.fileName(), QString::number(batch.created), QString::number(m_globalChunks.size())));
 }
 
 void ContextManager::runStarted()

@@ -85,6 +85,15 @@ QNetworkAccessManager &InfomaniakAPI::network()
     return *manager;
 }
 
+QNetworkRequest InfomaniakAPI::request(const QString &endpoint) const
+{
+    QNetworkRequest request(QUrl(m_baseURL + endpoint));
+    request.setTransferTimeout(m_transferTimeoutMs);
+    request.setRawHeader("Authorization", "Bearer " + m_apiKey.toUtf8());
+    request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/json"));
+    return request;
+}
+
 std::optional<QString> InfomaniakAPI::extractText(const QUrl &url)
 {
     return TextExtraction::forAttachment(url.toLocalFile());
@@ -107,9 +116,9 @@ QCoro::Task<> InfomaniakAPI::runTurn(InfomaniakAPI api, std::shared_ptr<ChatStre
                                      QList<HistoryEntry> history)
 {
     co_await NextEventLoopTurn{};
-    Console::line(QStringLiteral("Stream: Starting request for model %1... with %2 attachments")
-                      .arg(model)
-                      .arg(attachments.size()));
+    Console::line(QStringLiteral("Stream: Starting request for model ") + model +
+                  QStringLiteral("... with ") + QString::number(attachments.size()) +
+                  QStringLiteral(" attachments"));
 
     // g++ 12 destroys temporaries inside a co_await expression twice: every argument is a named value.
     const QString promptForKnowledge = systemPrompt.value_or(DefaultSystemPrompt);
@@ -130,9 +139,6 @@ QCoro::Task<> InfomaniakAPI::runTurn(InfomaniakAPI api, std::shared_ptr<ChatStre
     if (stream->isCancelled())
         co_return;
 
-    QNetworkRequest request(QUrl(api.baseURL() + QStringLiteral("/chat/completions")));
-    request.setTransferTimeout(api.transferTimeoutMs());
-    request.setRawHeader("Authorization", "Bearer " + api.apiKey().toUtf8());
-    request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/json"));
-    ChatResponseReader::start(network().post(request, body.json), stream);
+    ChatResponseReader::start(network().post(api.request(QStringLiteral("/chat/completions")), body.json),
+                              stream);
 }

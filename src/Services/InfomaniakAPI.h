@@ -16,6 +16,7 @@
 #include <optional>
 
 class QNetworkAccessManager;
+class QNetworkRequest;
 
 // One earlier message of the conversation as the provider sees it.
 struct HistoryEntry {
@@ -92,6 +93,10 @@ public:
     static QNetworkAccessManager &network();
 
 private:
+    // The set-up every call shares: POST target under `baseURL`, the inactivity time-out, the bearer token
+    // and the JSON body's type.
+    QNetworkRequest request(const QString &endpoint) const;
+
     // Runs on the main thread's event loop; the copy of the client keeps the turn independent of its caller.
     static QCoro::Task<> runTurn(InfomaniakAPI api, std::shared_ptr<ChatStream> stream, QString message,
                                  QList<Attachment> attachments, QList<DocumentChunk> externalChunks,

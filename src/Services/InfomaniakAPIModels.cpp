@@ -1,11 +1,11 @@
 // The model list of a user's own server; the chat turn lives in InfomaniakAPI.cpp.
 #include "Services/InfomaniakAPI.h"
 
+#include "Services/ProviderReply.h"
 #include "Services/ServerModels.h"
 
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
-#include <QNetworkRequest>
 #include <QtConcurrent/QtConcurrentRun>
 
 #include <qcoro/qcorofuture.h>
@@ -25,23 +25,21 @@ QFuture<std::variant<QStringList, ProviderError>> decodeInBackground(const QByte
 
 QCoro::Task<ModelsResult> InfomaniakAPI::listModels() const
 {
-    QNetworkRequest request(QUrl(baseURL() + QStringLiteral("/models")));
-    request.setTransferTimeout(transferTimeoutMs());
-    request.setRawHeader("Authorization", "Bearer " + apiKey().toUtf8());
-
-    std::unique_ptr<QNetworkReply> reply(network().get(request));
+    std::unique_ptr<QNetworkReply> reply(network().get(request(QStringLiteral("/models"))));
     co_await reply.get();
 
-    const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
-    if (!status.isValid())
+    // Read as the other calls read their replies: a redirect Qt follows is no answer of its own.
+    const std::optional<int> status = ProviderReply::finalStatus(*reply);
+    if (!status)
+        co_return ModelsResult{{}, ProviderReply::transportError(*reply)};
+    if (*status != 200)
         co_return ModelsResult{
-            {}, ProviderError{QStringLiteral("QNetworkReply"), int(reply->error()), reply->errorString()}};
-    if (status.toInt() != 200)
-        co_return ModelsResult{
-            {}, ProviderError::api(status.toInt(), QStringLiteral("HTTP ") + status.toString())};
+            {}, ProviderError::api(*status, QStringLiteral("HTTP ") + QString::number(*status))};
+    if (reply->error() != QNetworkReply::NoError)
+        co_return ModelsResult{{}, ProviderReply::transportError(*reply)};
 
     // A server behind a gateway may list hundreds of models; the main thread only waits for the reading.
-    const QByteArray body = reply->readAll();
+    const QByteArray body = ProviderReply::readRest(*reply);
     auto decoding = decodeInBackground(body);
     auto decoded = co_await decoding;
     if (auto *failure = std::get_if<ProviderError>(&decoded))

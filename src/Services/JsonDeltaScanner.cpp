@@ -1,5 +1,7 @@
 #include "JsonDeltaScanner.h"
 
+#include <QStringDecoder>
+
 #include <array>
 #include <cctype>
 #include <optional>
@@ -77,6 +79,7 @@ private:
             ++m_p;
         if (m_p == m_end)
             return false;
+        const char *digits = m_p;
         if (*m_p == '0') {
             ++m_p;
         } else if (*m_p >= '1' && *m_p <= '9') {
@@ -85,14 +88,22 @@ private:
         } else {
             return false;
         }
+        qsizetype digitCount = m_p - digits;
         if (m_p < m_end && *m_p == '.') {
             ++m_p;
             if (m_p == m_end || *m_p < '0' || *m_p > '9')
                 return false;
+            const char *fraction = m_p;
             while (m_p < m_end && *m_p >= '0' && *m_p <= '9')
                 ++m_p;
+            digitCount += m_p - fraction;
         }
+        // Qt's parser rejects a number beyond the range of a double, too large or too small to be told
+        // from zero. Seventeen digits without an exponent always fit; anything else it judges itself.
+        if (digitCount > 17)
+            unsure = true;
         if (m_p < m_end && (*m_p == 'e' || *m_p == 'E')) {
+            unsure = true;
             ++m_p;
             if (m_p < m_end && (*m_p == '+' || *m_p == '-'))
                 ++m_p;
@@ -362,9 +373,18 @@ private:
     const char *m_end;
 };
 
+// One run of UTF-8 between escapes. Qt's parser reads a string with escapes character by character, so a
+// byte-order mark at the start of a run stays a character (QString::fromUtf8 would drop it).
+QString runFromUtf8(const char *bytes, qsizetype size)
+{
+    QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::ConvertInitialBom);
+    return decoder(QByteArrayView(bytes, size));
+}
+
 // Decodes a JSON string's bytes; nothing when an escape is one Qt's parser should judge (lone surrogates).
 std::optional<QString> decode(QByteArrayView raw, bool escapes)
 {
+    // A string without escapes Qt's parser decodes whole with QString::fromUtf8, leading mark dropped.
     if (!escapes)
         return QString::fromUtf8(raw);
     QString out;
@@ -374,7 +394,7 @@ std::optional<QString> decode(QByteArrayView raw, bool escapes)
     const char *run = p;
     const auto flush = [&](const char *upTo) {
         if (upTo > run)
-            out += QString::fromUtf8(run, upTo - run);
+            out += runFromUtf8(run, upTo - run);
     };
     while (p < end) {
         if (*p != '\\') {

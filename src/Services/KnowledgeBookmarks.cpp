@@ -76,7 +76,8 @@ QString KnowledgeBookmarks::machineIdentity(const QByteArray &systemId)
 
 QString KnowledgeBookmarks::Error::fullText() const
 {
-    return QStringLiteral("Error Domain=QuillmoorBookmark Code=%1 \"%2\"").arg(code).arg(description);
+    return QStringLiteral("Error Domain=QuillmoorBookmark Code=%1 \"%2\"")
+        .arg(QString::number(code), description);
 }
 
 std::variant<QByteArray, KnowledgeBookmarks::Error> KnowledgeBookmarks::create(const QUrl &url)
@@ -101,8 +102,11 @@ KnowledgeBookmarks::resolve(const QByteArray &bookmark)
 {
     const QJsonObject record = QJsonDocument::fromJson(bookmark).object();
     const QString path = record.value(QLatin1String("path")).toString();
+    // The path is written clean and absolute; another spelling is no bookmark of ours, and one that starts
+    // with "//" would even name a network share instead of a local file.
     if (record.value(QLatin1String("format")).toString() != Format ||
-        record.value(QLatin1String("version")).toInt() != Version || !path.startsWith(QLatin1Char('/')))
+        record.value(QLatin1String("version")).toInt() != Version || !path.startsWith(QLatin1Char('/')) ||
+        QDir::cleanPath(path) != path || QUrl::fromLocalFile(path).toLocalFile() != path)
         return Error{Error::Corrupted, QStringLiteral("The bookmark data is corrupted.")};
     const QString identity = fileIdentity(path);
     // Made under another identity: on another computer, or on this one before its identity changed (a
@@ -155,8 +159,8 @@ QList<QUrl> KnowledgeBookmarks::getKnowledgeURLs(AppSettings &settings)
     for (qsizetype i = 0; i < stored.size(); ++i) {
         const auto resolved = resolve(stored[i]);
         if (const Error *error = std::get_if<Error>(&resolved)) {
-            Console::line(
-                QStringLiteral("❌ Bookmark [%1] ungültig (anderer Mac?): %2").arg(i).arg(error->description));
+            Console::line(QStringLiteral("❌ Bookmark [%1] ungültig (anderer Mac?): %2")
+                              .arg(QString::number(i), error->description));
             continue;
         }
         const auto &[url, stale] = std::get<Resolved>(resolved);
@@ -164,14 +168,12 @@ QList<QUrl> KnowledgeBookmarks::getKnowledgeURLs(AppSettings &settings)
             Console::line(
                 QStringLiteral(
                     "⚠️ Bookmark [%1]: %2 → Datei nicht gefunden (anderer Mac?), wird entfernt")
-                    .arg(i)
-                    .arg(url.fileName()));
+                    .arg(QString::number(i), url.fileName()));
             continue;
         }
         const bool accessed = SecurityScope::startAccessing(url.toLocalFile());
         Console::line(QStringLiteral("📁 Bookmark [%1]: %2 → resolved (stale: %3, accessed: %4)")
-                          .arg(i)
-                          .arg(url.fileName(), yesNo(stale), yesNo(accessed)));
+                          .arg(QString::number(i), url.fileName(), yesNo(stale), yesNo(accessed)));
         urls.append(url);
         kept.append(stored[i]);
     }

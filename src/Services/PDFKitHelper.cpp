@@ -69,9 +69,8 @@ std::optional<QString> PDFKitHelper::extractText(const QString &path)
         result += QStringLiteral("\n\n");
     }
 
-    DebugLog::log(QStringLiteral("📄 PDFKit: Extracted ") + QString::number(Graphemes::count(result)) +
-                  QStringLiteral(" chars from ") + QString::number(pageCount) + QStringLiteral(" pages of ") +
-                  fileName);
+    DebugLog::log(QStringLiteral("📄 PDFKit: Extracted %1 chars from %2 pages of %3")
+                      .arg(QString::number(Graphemes::count(result)), QString::number(pageCount), fileName));
     if (result.isEmpty())
         return std::nullopt;
     return result;

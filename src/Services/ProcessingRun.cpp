@@ -41,8 +41,8 @@ QString extractAndReport(const QString &path, const QString &name)
 {
     QString text = TextExtraction::forKnowledge(path).value_or(QString());
     if (!text.isEmpty()) {
-        ContextManager::log(QStringLiteral("📄 Extracted ") + QString::number(Graphemes::count(text)) +
-                            QStringLiteral(" chars from ") + name);
+        ContextManager::log(QStringLiteral("📄 Extracted %1 chars from %2")
+                                .arg(QString::number(Graphemes::count(text)), name));
         ContextManager::log(QStringLiteral("📄 First 200 chars: ") + Graphemes::prefix(text, 200));
     }
     return text;
@@ -102,8 +102,8 @@ QCoro::Task<> ProcessingRun::run(QPointer<ContextManager> manager, QUrl url)
         co_return;
     }
     manager->storeSchema(url, plan.description);
-    ContextManager::log(QStringLiteral("📦 Created ") + QString::number(chunks.size()) +
-                        QStringLiteral(" chunks from ") + name);
+    ContextManager::log(
+        QStringLiteral("📦 Created %1 chunks from %2").arg(QString::number(chunks.size()), name));
 
     // Vectors of chunks whose text and model are unchanged come from the cache, read on its own thread. A
     // batch goes to the server only when one of its chunks is unknown, and then whole, as it always went.

@@ -123,7 +123,7 @@ std::optional<QString> assemble(const QList<double> &query, const QList<Document
             const qsizetype length = Graphemes::count(piece);
             used += length;
             ContextManager::log(
-                QStringLiteral("📄 Injected full text of %1 (%2 chars)").arg(name).arg(length));
+                QStringLiteral("📄 Injected full text of %1 (%2 chars)").arg(name, QString::number(length)));
         } else {
             // Still being processed: the matching chunks stand in for the text.
             for (const Match &match : std::as_const(matches)) {

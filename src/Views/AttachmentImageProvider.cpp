@@ -2,22 +2,15 @@
 
 #include "Chat/ChatSession.h"
 
-AttachmentImageProvider::AttachmentImageProvider(ChatSession *session)
+AttachmentImageProvider::AttachmentImageProvider(const ChatSession &session)
     : QQuickImageProvider(QQuickImageProvider::Image)
-    , m_session(session)
+    , m_previews(session.previews())
 {
 }
 
-// Image requests may come from the loader thread; the attachments live on the main thread and are only
-// read here, and their pictures are immutable once loaded.
 QImage AttachmentImageProvider::requestImage(const QString &id, QSize *size, const QSize &requestedSize)
 {
-    QImage image;
-    if (m_session) {
-        if (const Attachment *attachment = m_session->findAttachment(QUuid(id));
-            attachment && attachment->type().isImage() && attachment->type().imageData())
-            image = attachment->type().imageData()->preview();
-    }
+    QImage image = m_previews->image(QUuid(id));
     if (size)
         *size = image.size();
     if (!image.isNull() && requestedSize.isValid())

@@ -1,3 +1,4 @@
+#include "../Services/KnowledgeTestUtil.h"
 #include "AppSettings.h"
 #include "Chat/ChatSession.h"
 #include "ConsoleCapture.h"
@@ -227,6 +228,55 @@ private slots:
         QCOMPARE(messages[2].toObject(), (QJsonObject{{"role", "assistant"}, {"content", ""}}));
     }
 
+    // Return during an answer sends nothing: the typed text waits, and no second turn writes into the answer.
+    void sendingWhileAnAnswerStreams()
+    {
+        Fixture f;
+        f.provider.enqueueChat(
+            Response::sse({QStringLiteral("a1 "), QStringLiteral("a2 "), QStringLiteral("a3")}, true, 150));
+        f.provider.enqueueChat(Response::sse({QStringLiteral("b1 "), QStringLiteral("b2")}, true, 10));
+        f.send(QStringLiteral("Erste"));
+        QTRY_VERIFY(f.messages().size() == 2 && !f.messages().last().text().isEmpty());
+        QVERIFY(f.session->isLoading());
+        f.session->setInputText(QStringLiteral("Zweite"));
+        QVERIFY(!f.session->canSend());
+        f.session->sendMessage();
+        QCOMPARE(f.session->inputText(), QStringLiteral("Zweite"));
+        QVERIFY(f.waitForTurn());
+        QCOMPARE(f.messages().size(), 2);
+        QCOMPARE(f.messages().last().text(), QStringLiteral("a1 a2 a3"));
+        QCOMPARE(f.provider.requests().size(), 1);
+
+        QVERIFY(f.session->canSend()); // the waiting text goes once the answer is complete
+        f.session->sendMessage();
+        QVERIFY(f.waitForTurn());
+        QCOMPARE(f.messages().size(), 4);
+        QCOMPARE(f.messages()[2].text(), QStringLiteral("Zweite"));
+        QCOMPARE(f.messages()[3].text(), QStringLiteral("b1 b2"));
+    }
+
+    // Stopped before the turn began: its empty answer still stands in the conversation and its history.
+    void cancelBeforeTheTurnBegins()
+    {
+        Fixture f;
+        QSignalSpy finished(f.session.get(), &ChatSession::turnFinished);
+        f.send(QStringLiteral("Frage"));
+        f.session->cancelStreaming();
+        QVERIFY(finished.wait(5000));
+        QCOMPARE(f.messages().size(), 2);
+        QVERIFY(!f.messages().last().isUser());
+        QCOMPARE(f.messages().last().text(), QString());
+        QVERIFY(f.provider.requests().isEmpty());
+
+        f.provider.enqueueChat(Response::sse({QStringLiteral("ok")}));
+        f.send(QStringLiteral("Weiter"));
+        QVERIFY(f.waitForTurn());
+        const QJsonArray messages =
+            f.provider.requests().last().json().value(QStringLiteral("messages")).toArray();
+        QCOMPARE(messages.size(), 4);
+        QCOMPARE(messages[2].toObject(), (QJsonObject{{"role", "assistant"}, {"content", ""}}));
+    }
+
     void clearingDuringATurn()
     {
         Fixture f;
@@ -283,6 +333,33 @@ private slots:
         }
     }
 
+    // Names and models are the user's text: a "%1" in them is printed as it stands.
+    void userTextIsNeverAPlaceholder()
+    {
+        Fixture f;
+        const QString name = QStringLiteral("Umsatz%1Liste%2%3.csv");
+        const QUrl url = QUrl::fromLocalFile(TestEnvironment::writeFile(name, KnowledgeTest::csv(3)));
+        ConsoleCapture console;
+        f.knowledge->addFile(url);
+        QCoro::waitFor(f.knowledge->waitUntilIdle());
+        f.settings.setSelectedModel(QStringLiteral("m%2x%1"));
+        f.send(QStringLiteral("Was steht in der csv?"));
+        QVERIFY(f.waitForTurn());
+
+        const QString chars = QString::number(f.knowledge->fileTexts().value(url).size());
+        const QStringList log = KnowledgeTest::logMessages();
+        for (const QString &line :
+             {QStringLiteral("📄 Extracted ") + chars + QStringLiteral(" chars from ") + name,
+              QStringLiteral("📦 Created 3 chunks from ") + name,
+              QStringLiteral("✅ Processed: ") + name + QStringLiteral(" (3 chunks, 3 total)"),
+              QStringLiteral("📎 Filename match: '") + name + QStringLiteral("' mentioned in query"),
+              QStringLiteral("📄 Injected full text of ") + name + QStringLiteral(" (") + chars +
+                  QStringLiteral(" chars)")})
+            QVERIFY2(log.contains(line), qPrintable(line));
+        QVERIFY(console.contains(
+            QStringLiteral("Stream: Starting request for model m%2x%1... with 0 attachments")));
+    }
+
     void attachmentIntake()
     {
         Fixture f;
@@ -307,10 +384,13 @@ private slots:
         }
         QVERIFY(!(pending[4] == pending[6])); // the same file twice: two attachments
 
+        const QUuid picture = pending[0].id();
         const QUuid second = pending[1].id();
-        QVERIFY(f.session->findAttachment(second));
+        QCOMPARE(f.session->previews()->image(picture).size(), QSize(32, 24));
+        QVERIFY(f.session->previews()->image(second).isNull());
         f.session->removePendingAttachment(0);
         QCOMPARE(f.session->pendingAttachments()->list().first().id(), second);
+        QVERIFY(f.session->previews()->image(picture).isNull());
     }
 
     // Whether a drop is a picture is decided by the file's header, never by reading the file whole: a pipe

@@ -83,6 +83,7 @@ private slots:
         QTest::addColumn<QStringList>("args");
         QTest::addRow("no question") << QStringList{};
         QTest::addRow("two questions") << QStringList{"a", "b"};
+        QTest::addRow("empty question, nothing attached") << QStringList{""};
         QTest::addRow("unknown option") << QStringList{"--frobnicate", "a"};
         QTest::addRow("option without value") << QStringList{"a", "--model"};
         QTest::addRow("missing attachment") << QStringList{"--attach", "/nonexistent/x.png", "a"};
@@ -99,6 +100,7 @@ private slots:
         const Run run = runCli(provider, args);
         QCOMPARE(run.exitCode, 64);
         QVERIFY(run.out.isEmpty());
+        QCOMPARE(run.err.count(QStringLiteral("quillmoor-cli ask: ")), 1); // one line says what is wrong
         QVERIFY(provider.requests().isEmpty());
     }
 
@@ -156,6 +158,28 @@ private slots:
                     .json()["messages"][0]["content"]
                     .toString()
                     .contains(QStringLiteral("Die Lieferung kommt am Montag.")));
+    }
+
+    // A photo whose pixels pass Qt's default decoding guard of 256 MB is still sent whole.
+    void fullSizePhoto()
+    {
+        TestProvider provider;
+        QVERIFY(provider.listen());
+        const QString photo = TestEnvironment::home().filePath(QStringLiteral("gross.jpg"));
+        QImage image(8200, 8200, QImage::Format_RGB32);
+        image.fill(Qt::darkCyan);
+        QVERIFY(image.save(photo, "JPEG", 30));
+        image = QImage();
+        const Run run = runCli(provider, {QStringLiteral("--model"), QStringLiteral("qwen3"),
+                                          QStringLiteral("--attach"), photo, QStringLiteral("Was ist das?")});
+        QCOMPARE(run.exitCode, 0);
+        const QJsonArray parts = provider.requests()
+                                     .first()
+                                     .json()[QStringLiteral("messages")]
+                                     .toArray()
+                                     .last()[QStringLiteral("content")]
+                                     .toArray();
+        QCOMPARE(parts.size(), 2);
     }
 
     void picturesAndKnowledge()

@@ -3,7 +3,9 @@
 
 #include <QBuffer>
 #include <QImage>
+#include <QImageReader>
 #include <QTemporaryDir>
+#include <QtConcurrent>
 
 class TestModels : public QObject {
     Q_OBJECT
@@ -74,6 +76,12 @@ private slots:
         const QByteArray jpeg = image->toJpeg();
         QVERIFY(jpeg.startsWith("\xFF\xD8"));
         QCOMPARE(QImage::fromData(jpeg, "JPEG").size(), QSize(640, 480)); // full size, no scaling
+
+        // Converting on a worker thread leaves the process-wide decoding guard as the program set it.
+        QImageReader::setAllocationLimit(300);
+        QVERIFY(!QtConcurrent::run([image] { return image->toJpeg(); }).result().isEmpty());
+        QCOMPARE(QImageReader::allocationLimit(), 300);
+        ImageData::allowFullSizePhotos();
 
         QByteArray truncated = png.left(png.size() / 3);
         const ImageRef broken = ImageData::fromBytes(truncated);

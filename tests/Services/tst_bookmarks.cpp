@@ -29,6 +29,14 @@ QByteArray foreignBookmark(const QByteArray &own)
     return QJsonDocument(record).toJson(QJsonDocument::Compact);
 }
 
+// The same bookmark with its path written another way.
+QByteArray withPath(const QByteArray &own, const QString &path)
+{
+    QJsonObject record = QJsonDocument::fromJson(own).object();
+    record.insert(QStringLiteral("path"), path);
+    return QJsonDocument(record).toJson(QJsonDocument::Compact);
+}
+
 } // namespace
 
 class TestBookmarks : public QObject {
@@ -144,6 +152,39 @@ private slots:
         QVERIFY(settings.getKnowledgeURLs().isEmpty());
         QVERIFY(console.lines().isEmpty());
         QCOMPARE(settings.knowledgeBookmarksData(), stored);
+    }
+
+    // A path is stored clean and absolute; any other spelling is no bookmark of ours, and "//host/..." would
+    // read as a network share instead of a file.
+    void pathsThatAreNoCleanLocalFileAreInvalid_data()
+    {
+        QTest::addColumn<QString>("prefix");
+        QTest::addColumn<QString>("suffix");
+        QTest::addRow("two leading slashes") << "/"
+                                             << "";
+        QTest::addRow("three leading slashes") << "//"
+                                               << "";
+        QTest::addRow("dot segment") << ""
+                                     << "/../pfad.txt";
+        QTest::addRow("slash at the end") << ""
+                                          << "/";
+    }
+    void pathsThatAreNoCleanLocalFileAreInvalid()
+    {
+        QFETCH(QString, prefix);
+        QFETCH(QString, suffix);
+        const QUrl url = makeFile(QStringLiteral("pfad.txt"));
+        const QByteArray tampered = withPath(bookmark(url), prefix + url.toLocalFile() + suffix);
+        QVERIFY(std::holds_alternative<KnowledgeBookmarks::Error>(KnowledgeBookmarks::resolve(tampered)));
+        QVERIFY(AppSettings::resolveBookmark(tampered).isEmpty());
+
+        AppSettings settings;
+        settings.setKnowledgeBookmarksData(KnowledgeBookmarks::encodeList({tampered, bookmark(url)}));
+        ConsoleCapture console;
+        QCOMPARE(settings.getKnowledgeURLs(), QList<QUrl>{url});
+        QCOMPARE(console.lines().first(),
+                 QStringLiteral("❌ Bookmark [0] ungültig (anderer Mac?): The bookmark data is corrupted."));
+        QCOMPARE(KnowledgeBookmarks::decodeList(settings.knowledgeBookmarksData()), QList{bookmark(url)});
     }
 
     void startUpResolutionCleansTheStore()

@@ -9,6 +9,8 @@
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonObject>
+#include <QNetworkReply>
+#include <QRegularExpression>
 #include <QSignalSpy>
 #include <QTcpServer>
 
@@ -166,6 +168,49 @@ private slots:
         QVERIFY(console.contains(QStringLiteral("Stream Error: ") + result.error->fullText()));
     }
 
+    // The answer that counts is the one the redirects end on; the redirect's own page is no error body.
+    void redirectsStreamWithTheFinalStatus_data()
+    {
+        QTest::addColumn<int>("status");
+        QTest::addColumn<int>("finalStatus");
+        QTest::addRow("307, then the answer") << 307 << 200;
+        QTest::addRow("308, then the answer") << 308 << 200;
+        QTest::addRow("307, then an error") << 307 << 429;
+    }
+    void redirectsStreamWithTheFinalStatus()
+    {
+        QFETCH(int, status);
+        QFETCH(int, finalStatus);
+        QTest::failOnWarning(QRegularExpression(QStringLiteral(".*")));
+        TestProvider provider;
+        QVERIFY(provider.listen());
+        provider.enqueueChat(Response::redirect(status, "/v2/chat/completions"));
+        provider.enqueueChat(finalStatus == 200 ? Response::sse({QStringLiteral("Hal"), QStringLiteral("lo")})
+                                                : Response::text(finalStatus, "slow down"));
+        ConsoleCapture console;
+        const CollectedStream result = readAll(ask(apiFor(provider)));
+
+        const QList<TestProvider::Request> requests = provider.requests();
+        QCOMPARE(requests.size(), 2);
+        QCOMPARE(requests[1].path, QByteArray("/v2/chat/completions"));
+        QCOMPARE(requests[1].method, QByteArray("POST"));
+        QCOMPARE(requests[1].body, requests[0].body);
+        QVERIFY2(console.contains(QStringLiteral("Stream: Response received. Status: %1").arg(finalStatus)),
+                 qPrintable(console.text()));
+        QVERIFY(!console.text().contains(QString::number(status)));
+        if (finalStatus == 200) {
+            QVERIFY(!result.error);
+            QCOMPARE(result.pieces, QStringList({QStringLiteral("Hal"), QStringLiteral("lo")}));
+            QVERIFY(!console.text().contains(QStringLiteral("Error Body:")));
+        } else {
+            QCOMPARE(*result.error, ProviderError::api(finalStatus, QStringLiteral("API request failed with "
+                                                                                   "status %1")
+                                                                        .arg(finalStatus)));
+            QVERIFY(console.contains(QStringLiteral("Error Body: slow down")));
+            QVERIFY(!console.text().contains(QStringLiteral("Moved to")));
+        }
+    }
+
     void transportFailures()
     {
         ConsoleCapture console;
@@ -188,10 +233,15 @@ private slots:
         Response stalled = Response::sse({QStringLiteral("Teil")}, false);
         stalled.pieces.append({"data: {\"choices\":[{\"delta\":{\"content\":\"never\"}}]}\n\n", 600000});
         provider.enqueueChat(stalled);
+        // A time-out is no cancel: it says what happened, and the aborted reply is not read again.
+        QTest::failOnWarning(QRegularExpression(QStringLiteral(".*")));
+        ConsoleCapture silentConsole;
         const CollectedStream silent = readAll(ask(apiFor(provider, 400)));
         QCOMPARE(silent.pieces, QStringList{QStringLiteral("Teil")});
-        QVERIFY(silent.error);
-        QCOMPARE(silent.error->domain, QStringLiteral("QNetworkReply"));
+        const ProviderError timedOut{QStringLiteral("QNetworkReply"), int(QNetworkReply::TimeoutError),
+                                     QStringLiteral("The request timed out.")};
+        QCOMPARE(*silent.error, timedOut);
+        QVERIFY(silentConsole.contains(QStringLiteral("Stream Error: ") + timedOut.fullText()));
 
         // The response head, then nothing at all.
         Response headsOnly;
@@ -200,7 +250,7 @@ private slots:
         ConsoleCapture headsConsole;
         const CollectedStream mute = readAll(ask(apiFor(provider, 400)));
         QVERIFY(mute.pieces.isEmpty());
-        QVERIFY(mute.error);
+        QCOMPARE(*mute.error, timedOut);
         QVERIFY(headsConsole.contains(QStringLiteral("Stream: Response received. Status: 200")));
 
         // A server that never answers at all.
@@ -209,7 +259,7 @@ private slots:
         provider.enqueueChat(never);
         const CollectedStream nothing = readAll(ask(apiFor(provider, 400)));
         QVERIFY(nothing.pieces.isEmpty());
-        QVERIFY(nothing.error);
+        QCOMPARE(*nothing.error, timedOut);
 
         // A chunked body cut off before its end is a broken transfer, after the pieces that did arrive.
         Response cut = Response::sse({QStringLiteral("A"), QStringLiteral("B")}, false);

@@ -126,18 +126,39 @@ private slots:
         QCOMPARE(result.vectors[0][0], first);
     }
 
+    // Every answer other than 200 is the provider's error with its status and body, whatever class of
+    // failure Qt sorts the status into.
+    void httpErrorsCarryStatusAndBody_data()
+    {
+        QTest::addColumn<int>("status");
+        QTest::addColumn<QByteArray>("body");
+        QTest::addRow("400 input too long")
+            << 400 << QByteArray(R"({"error":{"message":"Input is too long: 9000 > 8192 tokens"}})");
+        QTest::addRow("401") << 401 << QByteArray("unauthorized");
+        QTest::addRow("404") << 404 << QByteArray("no such model %1");
+        QTest::addRow("407") << 407 << QByteArray("proxy says no");
+        QTest::addRow("418") << 418 << QByteArray("short and stout");
+        QTest::addRow("429 plain text") << 429 << QByteArray("Too many requests, slow down");
+        QTest::addRow("500") << 500 << QByteArray("%1 %2 %3");
+        QTest::addRow("503 empty") << 503 << QByteArray();
+        QTest::addRow("204 no content") << 204 << QByteArray();
+    }
     void httpErrorsCarryStatusAndBody()
     {
+        QFETCH(int, status);
+        QFETCH(QByteArray, body);
         ConsoleCapture console;
-        m_provider->enqueueEmbeddings(TestProvider::Response::text(429, "Too many requests, slow down"));
+        m_provider->enqueueEmbeddings(TestProvider::Response::text(status, body));
         const InfomaniakAPI client = api();
         const EmbeddingsResult result = QCoro::waitFor(
             client.createEmbeddings({QStringLiteral("x")}, QStringLiteral("m"), QStringLiteral("index")));
         QVERIFY(!result.ok());
-        QCOMPARE(*result.error, ProviderError::api(429, QStringLiteral("Embedding request failed (HTTP 429): "
-                                                                       "Too many requests, slow down")));
-        QVERIFY(console.text().endsWith(
-            QStringLiteral("❌ Embedding API Error (HTTP 429): Too many requests, slow down\n")));
+        const QString text = QString::fromUtf8(body);
+        const QString code = QString::number(status);
+        QCOMPARE(*result.error, ProviderError::api(status, QStringLiteral("Embedding request failed (HTTP ") +
+                                                               code + QStringLiteral("): ") + text));
+        QVERIFY(console.text().endsWith(QStringLiteral("❌ Embedding API Error (HTTP ") + code +
+                                        QStringLiteral("): ") + text + QLatin1Char('\n')));
     }
 
     void bodyThatIsNotUtf8()
@@ -187,9 +208,9 @@ private slots:
         client.setTransferTimeoutMs(300);
         const EmbeddingsResult result = QCoro::waitFor(
             client.createEmbeddings({QStringLiteral("x")}, QStringLiteral("m"), QStringLiteral("index")));
-        QVERIFY(!result.ok());
-        QCOMPARE(result.error->domain, QStringLiteral("QNetworkReply"));
-        QCOMPARE(result.error->code, int(QNetworkReply::OperationCanceledError));
+        QCOMPARE(*result.error,
+                 (ProviderError{QStringLiteral("QNetworkReply"), int(QNetworkReply::TimeoutError),
+                                QStringLiteral("The request timed out.")}));
     }
 
     void decoderShapes_data()

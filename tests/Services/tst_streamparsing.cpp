@@ -128,6 +128,29 @@ private slots:
             << piece << "A";
         QTest::addRow("escapes") << R"(data: {"choices":[{"delta":{"content":"a\nb \u00e9 \ud83d\ude0a"}}]})"
                                  << piece << QStringLiteral("a\nb é 😊");
+        // A number Qt's parser cannot hold as a double makes the whole event unreadable.
+        QTest::addRow("number beyond double")
+            << R"(data: {"choices":[{"delta":{"content":""}}],"":1e908})" << ignore << "";
+        QTest::addRow("number too small for double")
+            << R"(data: {"choices":[{"delta":{"content":"x"}}],"n":-1e-400})" << ignore << "";
+        QTest::addRow("400-digit number")
+            << QStringLiteral(R"(data: {"choices":[{"delta":{"content":"x"}}],"n":%1})")
+                   .arg(QString(400, '9'))
+            << ignore << "";
+        QTest::addRow("number at the edge of double")
+            << R"(data: {"choices":[{"delta":{"content":"x"}}],"n":1.7976931348623157e308,"m":4.9e-324})"
+            << piece << "x";
+        // A byte-order mark inside the text is a character, except that Qt's parser drops one that opens a
+        // string without escapes.
+        QTest::addRow("byte-order mark after an escape")
+            << QStringLiteral("data: {\"choices\":[{\"delta\":{\"content\":\"\\\"\uFEFF\"}}]}") << piece
+            << QStringLiteral("\"\uFEFF");
+        QTest::addRow("byte-order mark first")
+            << QStringLiteral("data: {\"choices\":[{\"delta\":{\"content\":\"\uFEFF\uFEFFx\"}}]}") << piece
+            << QStringLiteral("\uFEFFx");
+        QTest::addRow("byte-order mark after a unicode escape")
+            << QStringLiteral("data: {\"choices\":[{\"delta\":{\"content\":\"\\u00e9\uFEFF\"}}]}") << piece
+            << QStringLiteral("é\uFEFF");
     }
     void events()
     {
@@ -162,6 +185,9 @@ private slots:
             "data: {\"id\":\"a\",\"choices\":[{\"delta\":{\"content\":\"1.5e-3 -0 [] "
             "{}\"},\"logprobs\":null,\"n\":-1.25E+2}],\"u\":true}",
             "data: {\"choices\":[{\"delta\":{\"content\":\"\xc3\xa4\xf0\x9f\x98\x8a\"}}]}",
+            "data: "
+            "{\"choices\":[{\"delta\":{\"content\":\"\\\"\xef\xbb\xbf\\n\xef\xbb\xbf\"}}],\"n\":-12345678."
+            "901234567}",
         };
         for (const QByteArray &seed : seeds) {
             for (qsizetype cut = 0; cut <= seed.size(); ++cut)

@@ -71,6 +71,7 @@ public:
     Q_INVOKABLE void reset()
     {
         m_session->cancelStreaming();
+        m_provider.clearScript();
         m_session->clearMessages();
         m_session->setInputText(QString());
         while (m_session->pendingAttachments()->size() > 0)
@@ -96,6 +97,7 @@ public:
 public slots:
     void applicationAvailable()
     {
+        ImageData::allowFullSizePhotos();
         QQuickStyle::setStyle(QStringLiteral("Basic"));
         m_fixture = std::make_unique<ViewsFixture>();
         qmlRegisterSingletonInstance("QuillmoorTest", 1, 0, "Fixture", m_fixture.get());
@@ -105,7 +107,7 @@ public slots:
     {
         engine->addImportPath(QStringLiteral("qrc:/qt/qml"));
         engine->addImageProvider(AttachmentImageProvider::Name,
-                                 new AttachmentImageProvider(m_fixture->session()));
+                                 new AttachmentImageProvider(*m_fixture->session()));
         engine->addImageProvider(IconImageProvider::Name, new IconImageProvider);
     }
 

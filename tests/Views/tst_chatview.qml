@@ -88,6 +88,56 @@ Item {
             compare(named("sendButton").shown, true);
         }
 
+        function test_returnDuringAnAnswerKeepsTheText() {
+            Fixture.scriptAnswer(["eins", " zwei"], 300);
+            const requests = Fixture.chatRequests();
+            const field = named("inputField");
+            mouseClick(field);
+            keyClick(Qt.Key_A);
+            keyClick(Qt.Key_Return);
+            compare(session.isLoading, true);
+            keyClick(Qt.Key_B);
+            keyClick(Qt.Key_Return);
+            compare(field.text, "b", "the text waits for the answer to end");
+            compare(session.inputText, "b");
+            tryCompare(session, "isLoading", false, 5000);
+            compare(session.messages.count, 2);
+            compare(bubble(1).text, "eins zwei");
+            compare(Fixture.chatRequests(), requests + 1);
+        }
+
+        // A tile's picture is drawn once its image has come from the attachment image provider. A canvas
+        // hands out its context only once its window has rendered it.
+        function loaded(picture) {
+            const url = picture.parent.pictureUrl;
+            return picture.available && picture.isImageLoaded(url)
+                   && picture.getContext("2d").createImageData(url).width > 0;
+        }
+
+        // The pictures are loaded on Qt's image-loader thread while the answer streams and the list changes.
+        function test_picturesWhileAnswering() {
+            const model = Fixture.settings.selectedModel;
+            Fixture.settings.selectedModel = "qwen3";
+            session.addAttachment(Fixture.picture("bild1.png"));
+            session.addAttachment(Fixture.picture("bild2.png"));
+            tryCompare(session.pendingAttachments, "count", 2);
+            const strip = named("pendingStrip");
+            tryVerify(() => strip.itemAtIndex(1) && loaded(findChild(strip.itemAtIndex(1), "picture")));
+            Fixture.scriptAnswer(["Zwei ", "Bilder ", "in ", "Blau"], 50);
+            session.inputText = "Was siehst du?";
+            session.sendMessage();
+            const tiles = findChild(bubble(0), "attachmentTiles");
+            tryCompare(tiles.children, "length", 3); // two tiles and their repeater
+            for (let i = 0; i < 2; ++i) {
+                const picture = findChild(tiles.children[i], "picture");
+                tryVerify(() => loaded(picture));
+            }
+            tryCompare(session, "isLoading", false, 5000);
+            tryCompare(bubble(1), "text", "Zwei Bilder in Blau");
+            session.clearMessages();
+            Fixture.settings.selectedModel = model;
+        }
+
         function test_thinkingIndicatorUntilTheAnswerStarts() {
             Fixture.scriptAnswer(["Ja"], 50);
             const indicator = named("thinkingIndicator");

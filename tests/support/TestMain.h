@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Models/ImageData.h"
+
 #include <QDir>
 #include <QFile>
 #include <QGuiApplication>
@@ -56,6 +58,7 @@ inline QString fixture(const QString &relative)
     {                                                                                                        \
         TestEnvironment::isolate();                                                                          \
         QGuiApplication app(argc, argv);                                                                     \
+        ImageData::allowFullSizePhotos();                                                                    \
         TestObject tc;                                                                                       \
         QTEST_SET_MAIN_SOURCE_PATH                                                                           \
         return QTest::qExec(&tc, argc, argv);                                                                \

@@ -21,10 +21,18 @@ QByteArray reasonPhrase(int status)
         return "OK";
     case 400:
         return "Bad Request";
+    case 307:
+        return "Temporary Redirect";
+    case 308:
+        return "Permanent Redirect";
     case 401:
         return "Unauthorized";
     case 404:
         return "Not Found";
+    case 407:
+        return "Proxy Authentication Required";
+    case 418:
+        return "I'm a teapot";
     case 429:
         return "Too Many Requests";
     case 500:
@@ -84,6 +92,13 @@ TestProvider::Response TestProvider::Response::modelList(const QStringList &ids)
     const QJsonObject body{{QStringLiteral("object"), QStringLiteral("list")},
                            {QStringLiteral("data"), data}};
     return json(200, QJsonDocument(body).toJson(QJsonDocument::Compact));
+}
+
+TestProvider::Response TestProvider::Response::redirect(int status, const QByteArray &location)
+{
+    Response r = text(status, "<html><body>Moved to " + location + "</body></html>\n", "text/html");
+    r.headers.append({"Location", location});
+    return r;
 }
 
 QJsonObject TestProvider::Request::json() const

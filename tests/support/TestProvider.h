@@ -47,6 +47,8 @@ public:
                              const QByteArray &contentType = "text/plain");
         // The OpenAI list of models: {"object": "list", "data": [{"id", "object": "model", ...}]}.
         static Response modelList(const QStringList &ids);
+        // A redirect to `location` (a path on this server) with a small page of its own, as servers send.
+        static Response redirect(int status, const QByteArray &location);
     };
 
     struct Request {
@@ -70,6 +72,8 @@ public:
     void enqueueChat(const Response &response) { enqueue("/chat/completions", response); }
     void enqueueEmbeddings(const Response &response) { enqueue("/embeddings", response); }
     void enqueueModels(const Response &response) { enqueue("/models", response); }
+    // Drops answers a test scripted but never asked for, so they cannot answer the next test's questions.
+    void clearScript() { m_script.clear(); }
 
     const QList<Request> &requests() const { return m_requests; }
     QList<Request> requests(const QByteArray &pathSuffix) const;
