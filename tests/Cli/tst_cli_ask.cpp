@@ -18,12 +18,17 @@ struct Run {
     int stdoutReads = 0;
 };
 
-Run runCli(const TestProvider &provider, const QStringList &args)
+// `variables` (NAME=value) replace the app's own server variables, which name the provider otherwise.
+Run runCli(const TestProvider &provider, const QStringList &args, const QStringList &variables = {})
 {
     QProcess process;
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert(QStringLiteral("QUILLMOOR_API_BASE_URL"), provider.baseUrl().toString());
-    env.insert(QStringLiteral("QUILLMOOR_API_KEY"), QStringLiteral("cli-key"));
+    if (variables.isEmpty()) {
+        env.insert(QStringLiteral("QUILLMOOR_API_BASE_URL"), provider.baseUrl().toString());
+        env.insert(QStringLiteral("QUILLMOOR_API_KEY"), QStringLiteral("cli-key"));
+    }
+    for (const QString &variable : variables)
+        env.insert(variable.section(QLatin1Char('='), 0, 0), variable.section(QLatin1Char('='), 1));
     process.setProcessEnvironment(env);
     Run run;
     QObject::connect(&process, &QProcess::readyReadStandardOutput, [&] {
@@ -121,6 +126,38 @@ private slots:
         AppSettings settings; // the overrides were for this turn only
         QCOMPARE(settings.selectedModel(), AppSettings::DefaultModel);
         QCOMPARE(settings.masterPrompt(), AppSettings::DefaultMasterPrompt);
+    }
+
+    // The companion reads the environment as the app does: the OpenAI variables name the server, and the
+    // file's and the question's vectors come from QUILLMOOR_EMBEDDING_MODEL. A second run with the same
+    // file asks only for the question's vector.
+    void ownServerAndKeptVectors()
+    {
+        TestProvider provider;
+        QVERIFY(provider.listen());
+        const QString notes =
+            TestEnvironment::writeFile(QStringLiteral("Lieferung.txt"), "Die Lieferung kommt am Montag.");
+        const QStringList variables{QStringLiteral("OPENAI_BASE_URL=") + provider.baseUrl().toString(),
+                                    QStringLiteral("OPENAI_API_KEY=sk-cli"),
+                                    QStringLiteral("QUILLMOOR_EMBEDDING_MODEL=nomic-embed-text")};
+        const QStringList args{QStringLiteral("--knowledge"), notes, QStringLiteral("Wann kommt sie?")};
+        QCOMPARE(runCli(provider, args, variables).exitCode, 0);
+        QCOMPARE(provider.requests("/chat/completions").first().headers.value("authorization"),
+                 QByteArray("Bearer sk-cli"));
+        QCOMPARE(provider.requests("/embeddings").size(), 2);
+        for (const TestProvider::Request &request : provider.requests("/embeddings"))
+            QCOMPARE(request.json().value("model").toString(), QStringLiteral("nomic-embed-text"));
+
+        provider.clearRequests();
+        QCOMPARE(runCli(provider, args, variables).exitCode, 0);
+        QCOMPARE(provider.requests("/embeddings").size(), 1);
+        QCOMPARE(provider.requests("/embeddings").first().json().value("mode").toString(),
+                 QStringLiteral("query"));
+        QVERIFY(provider.requests("/chat/completions")
+                    .first()
+                    .json()["messages"][0]["content"]
+                    .toString()
+                    .contains(QStringLiteral("Die Lieferung kommt am Montag.")));
     }
 
     // A photo whose pixels pass Qt's default decoding guard of 256 MB is still sent whole.
