@@ -1,4 +1,4 @@
-// One line of the answer stream through the single-pass event reader, held to Qt's JSON parser: both must
+// One line of the answer stream through the simdjson event reader, held to Qt's JSON parser: both must
 // make the same decision (nothing, a piece with the same text, or the end) on every line.
 #include "FuzzSupport.h"
 

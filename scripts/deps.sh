@@ -8,13 +8,14 @@ PACKAGES=(
   # Building.
   cmake ninja-build g++ pkg-config
   qt6-base-dev qt6-base-dev-tools qt6-declarative-dev qt6-declarative-dev-tools qt6-svg-dev libgl-dev
-  qcoro-qt6-dev libpoppler-cpp-dev libzip-dev libicu-dev
+  qcoro-qt6-dev libpoppler-cpp-dev libzip-dev libicu-dev libsimdjson-dev
   # What the app, the command-line companion and the tests load at run time. Installed without Recommends,
-  # so each is named: the platform plugins (xcb for the app, offscreen for the tests) and the OpenGL the
-  # views draw with, the QML modules the views import, the image formats of attachments, the fonts (text,
-  # its italics, emoji), Poppler's data for CID-keyed (CJK) fonts, the certificates that HTTPS checks the
-  # provider against, and the time zones of the debug log's times.
-  qt6-qpa-plugins libgl1-mesa-dri libglx-mesa0 libxcursor1
+  # so each is named: the JSON library the answer stream is read with, the platform plugins (xcb for the
+  # app, offscreen for the tests) and the OpenGL the views draw with, the QML modules the views import, the
+  # image formats of attachments, the fonts (text, its italics, emoji), Poppler's data for CID-keyed (CJK)
+  # fonts, the certificates that HTTPS checks the provider against, and the time zones of the debug log's
+  # times.
+  libsimdjson14 qt6-qpa-plugins libgl1-mesa-dri libglx-mesa0 libxcursor1
   qml6-module-qtquick qml6-module-qtquick-controls qml6-module-qtquick-window qml6-module-qtquick-layouts
   qml6-module-qtquick-templates qml6-module-qtqml-workerscript qml6-module-qttest
   qt6-image-formats-plugins

@@ -3,10 +3,11 @@
 #include "Services/DebugLog.h"
 #include "Services/TextExtraction.h"
 
+#include <cstring>
+
 namespace {
 
 constexpr int ChunkSize = 200;
-constexpr int ChunkOverlap = 30;
 constexpr int SummaryWords = 20;
 
 // Line breaks for the row cutter: LF, VT, FF, CR, NEL, LS and PS.
@@ -19,7 +20,10 @@ bool isLineBreak(QChar c)
 // Blanks inside a line: tab and the space separators, not line breaks.
 bool isBlank(QChar c)
 {
-    return c == QLatin1Char('\t') || c.category() == QChar::Separator_Space;
+    const char16_t u = c.unicode();
+    if (u < 0x80)
+        return u == u' ' || u == u'\t';
+    return c.category() == QChar::Separator_Space;
 }
 
 QStringView trimBlanks(QStringView s)
@@ -43,6 +47,110 @@ QStringList splitTabs(QStringView line)
 QString removeAll(QString s, QLatin1String what)
 {
     return s.remove(what);
+}
+
+// One row as "column: value" pairs behind the table's "[name] " prefix, or nothing when every cell is empty
+// or "-". The cells are found once and the text is measured before it is written, so each chunk is one
+// allocation; `cells` is the caller's, kept from row to row.
+QString rowChunk(QStringView prefix, const QStringList &headers, QStringView line, QList<QStringView> &cells)
+{
+    cells.clear();
+    for (qsizetype start = 0;;) {
+        const qsizetype tab = line.indexOf(QLatin1Char('\t'), start);
+        cells.append(line.sliced(start, (tab < 0 ? line.size() : tab) - start));
+        if (tab < 0)
+            break;
+        start = tab + 1;
+    }
+    const auto skipped = [](QStringView value) {
+        return value.isEmpty() || (value.size() == 1 && value.front() == QLatin1Char('-'));
+    };
+    const auto spareName = [](qsizetype column) {
+        return QStringLiteral("Spalte ") + QString::number(column + 1);
+    };
+    constexpr qsizetype SeparatorSize = 2; // "; " between pairs and ": " within one
+    qsizetype size = prefix.size();
+    qsizetype pairs = 0;
+    for (qsizetype column = 0; column < cells.size(); ++column) {
+        if (skipped(cells.at(column)))
+            continue;
+        const qsizetype name = column < headers.size() ? headers.at(column).size() : spareName(column).size();
+        size += (pairs > 0 ? SeparatorSize : 0) + name + SeparatorSize + cells.at(column).size();
+        ++pairs;
+    }
+    if (pairs == 0)
+        return {};
+    QString chunk(size, Qt::Uninitialized);
+    QChar *out = chunk.data();
+    const auto put = [&out](QStringView text) {
+        std::memcpy(static_cast<void *>(out), text.data(), size_t(text.size()) * sizeof(QChar));
+        out += text.size();
+    };
+    const auto putSeparator = [&out](char16_t first) {
+        *out++ = QChar(first);
+        *out++ = QLatin1Char(' ');
+    };
+    put(prefix);
+    bool first = true;
+    for (qsizetype column = 0; column < cells.size(); ++column) {
+        if (skipped(cells.at(column)))
+            continue;
+        if (!first)
+            putSeparator(u';');
+        first = false;
+        if (column < headers.size())
+            put(headers.at(column));
+        else
+            put(spareName(column));
+        putSeparator(u':');
+        put(cells.at(column));
+    }
+    return chunk;
+}
+
+// Appends the paragraph groups of `text` to `chunks`, each behind `prefix`, in one pass over the text.
+void appendParagraphChunks(QStringView text, qsizetype chunkSize, QStringView prefix, QStringList &chunks)
+{
+    QList<QStringView> current;
+    qsizetype currentWords = 0;
+    qsizetype lastWords = 0;
+    const auto flush = [&] {
+        qsizetype size = prefix.size() + current.size() - 1;
+        for (const QStringView paragraph : current)
+            size += paragraph.size();
+        QString chunk;
+        chunk.reserve(size);
+        chunk += prefix;
+        for (qsizetype i = 0; i < current.size(); ++i) {
+            if (i > 0)
+                chunk += QLatin1Char('\n');
+            chunk += current.at(i);
+        }
+        chunks.append(std::move(chunk));
+    };
+    const QStringView separator(u"\n\n");
+    for (qsizetype start = 0; start <= text.size();) {
+        qsizetype end = text.indexOf(separator, start);
+        if (end < 0)
+            end = text.size();
+        const QStringView paragraph = text.sliced(start, end - start).trimmed();
+        start = end + separator.size();
+        if (paragraph.isEmpty())
+            continue;
+        const qsizetype paraWords = Chunker::wordCount(paragraph);
+        if (currentWords + paraWords > chunkSize && !current.isEmpty()) {
+            flush();
+            const QStringView carried = current.last();
+            current.clear();
+            current.append(carried);
+            currentWords = lastWords;
+        }
+        current.append(paragraph);
+        currentWords += paraWords;
+        lastWords = paraWords;
+    }
+    if (!current.isEmpty())
+        flush();
 }
 
 } // namespace
@@ -81,35 +189,7 @@ QStringList Chunker::simpleChunkText(const QString &text, int chunkSize, int ove
 {
     Q_UNUSED(overlap) // the carried paragraph is the overlap
     QStringList chunks;
-    QList<QStringView> current;
-    qsizetype currentWords = 0;
-    qsizetype lastWords = 0;
-    const auto flush = [&] {
-        QString chunk;
-        for (qsizetype i = 0; i < current.size(); ++i) {
-            if (i > 0)
-                chunk += QLatin1Char('\n');
-            chunk += current.at(i);
-        }
-        chunks.append(chunk);
-    };
-    for (QStringView piece : QStringView(text).split(QStringLiteral("\n\n"))) {
-        const QStringView paragraph = piece.trimmed();
-        if (paragraph.isEmpty())
-            continue;
-        const qsizetype paraWords = wordCount(paragraph);
-        if (currentWords + paraWords > chunkSize && !current.isEmpty()) {
-            flush();
-            const QStringView carried = current.last();
-            current = {carried};
-            currentWords = lastWords;
-        }
-        current.append(paragraph);
-        currentWords += paraWords;
-        lastWords = paraWords;
-    }
-    if (!current.isEmpty())
-        flush();
+    appendParagraphChunks(text, chunkSize, {}, chunks);
     return chunks;
 }
 
@@ -117,7 +197,9 @@ Chunker::RowChunks Chunker::rowLevelChunk(const QString &text)
 {
     RowChunks result;
     QString tableName;
+    QString prefix; // "[name] " of the current table
     QStringList headers;
+    QList<QStringView> cells;
     QStringList schemaParts;
     bool anyLine = false;
 
@@ -139,6 +221,7 @@ Chunker::RowChunks Chunker::rowLevelChunk(const QString &text)
             name = removeAll(removeAll(removeAll(name, QLatin1String("[TABELLE:")), QLatin1String("]")),
                              QLatin1String("---"));
             tableName = trimBlanks(name).toString();
+            prefix = tableName.isEmpty() ? QString() : QLatin1Char('[') + tableName + QStringLiteral("] ");
             headers.clear();
             continue;
         }
@@ -148,23 +231,9 @@ Chunker::RowChunks Chunker::rowLevelChunk(const QString &text)
                                headers.join(QStringLiteral(", ")));
             continue;
         }
-        const QStringList cells = splitTabs(line);
-        QStringList pairs;
-        // Only the row's own cells can hold a value: a short row under a wide header costs its own length,
-        // not the header's.
-        for (qsizetype c = 0; c < cells.size(); ++c) {
-            const QString &value = cells.at(c);
-            if (value.isEmpty() || value == QLatin1String("-"))
-                continue;
-            const QString column =
-                c < headers.size() ? headers.at(c) : QStringLiteral("Spalte %1").arg(c + 1);
-            pairs.append(column + QStringLiteral(": ") + value);
-        }
-        if (pairs.isEmpty())
-            continue;
-        QString chunk = tableName.isEmpty() ? QString() : QLatin1Char('[') + tableName + QStringLiteral("] ");
-        chunk += pairs.join(QStringLiteral("; "));
-        result.chunks.append(chunk);
+        QString chunk = rowChunk(prefix, headers, line, cells);
+        if (!chunk.isEmpty())
+            result.chunks.append(std::move(chunk));
     }
     if (!anyLine)
         return result;
@@ -188,8 +257,7 @@ Chunker::ChunkPlan Chunker::plan(const QString &fileName, const QString &text)
     }
     const QString prefix =
         QLatin1Char('[') + TextExtraction::nameWithoutExtension(fileName) + QStringLiteral("] ");
-    for (const QString &chunk : simpleChunkText(text, ChunkSize, ChunkOverlap))
-        plan.chunks.append(prefix + chunk);
+    appendParagraphChunks(text, ChunkSize, prefix, plan.chunks);
     if (!plan.chunks.isEmpty())
         plan.description = QString::number(plan.chunks.size()) + QStringLiteral(" Abschnitte. Beginn: ") +
                            words(text, SummaryWords).join(QLatin1Char(' ')) + QStringLiteral("...");

@@ -2,6 +2,8 @@
 
 #include <unicode/uchar.h>
 
+#include <algorithm>
+
 namespace WorkbookPatterns {
 
 namespace {
@@ -33,6 +35,26 @@ qsizetype numberChars(QStringView text, qsizetype at)
     return i - at;
 }
 
+// The first occurrence of `literal` at or after `from`. The tags of a worksheet lie a few characters apart:
+// a plain loop finds them sooner than Qt's general string search, which prepares a table on every call.
+qsizetype findLiteral(QStringView text, QStringView literal, qsizetype from)
+{
+    const char16_t *chars = reinterpret_cast<const char16_t *>(text.data());
+    const char16_t *wanted = reinterpret_cast<const char16_t *>(literal.data());
+    const qsizetype length = literal.size();
+    const qsizetype last = text.size() - length;
+    for (qsizetype at = std::max<qsizetype>(from, 0); at <= last; ++at) {
+        if (chars[at] != wanted[0])
+            continue;
+        qsizetype i = 1;
+        while (i < length && chars[at + i] == wanted[i])
+            ++i;
+        if (i == length)
+            return at;
+    }
+    return -1;
+}
+
 bool startsAt(QStringView text, qsizetype at, QStringView literal)
 {
     return at + literal.size() <= text.size() && text.sliced(at, literal.size()) == literal;
@@ -46,11 +68,11 @@ std::optional<Match> findRow(QStringView text, qsizetype from, qsizetype *openRo
 {
     if (openRow)
         *openRow = -1;
-    const qsizetype start = text.indexOf(u"<row", from);
+    const qsizetype start = findLiteral(text, u"<row", from);
     if (start < 0)
         return std::nullopt;
     const qsizetype tagEnd = text.indexOf(u'>', start + 4);
-    const qsizetype close = tagEnd < 0 ? -1 : text.indexOf(u"</row>", tagEnd + 1);
+    const qsizetype close = tagEnd < 0 ? -1 : findLiteral(text, u"</row>", tagEnd + 1);
     if (close < 0) {
         if (openRow)
             *openRow = start;
@@ -64,7 +86,7 @@ qsizetype CellScanner::Finder::next(qsizetype from)
     // The remembered answer holds for every position from where it was searched up to where it was found.
     if (m_from < 0 || from < m_from || (m_at >= 0 && from > m_at)) {
         m_from = from;
-        m_at = m_text.indexOf(m_needle, from);
+        m_at = findLiteral(m_text, m_needle, from);
     }
     return m_at;
 }

@@ -166,7 +166,7 @@ private slots:
         QCOMPARE(reference.content, content);
     }
 
-    // The single-pass reader must decide every line exactly as Qt's JSON parser does: recorded streams,
+    // The fast reader must decide every line exactly as Qt's JSON parser does: recorded streams,
     // every prefix and every one-byte change of typical events, and hand-made oddities.
     void fastReaderAgreesWithQtParser()
     {
@@ -219,6 +219,29 @@ private slots:
             "data: " + QByteArray(100, '[') + QByteArray(100, ']'),
             "data: {\"a\":" + QByteArray(80, '[') + QByteArray(80, ']') +
                 ",\"choices\":[{\"delta\":{\"content\":\"deep\"}}]}",
+            "data: {\"a\":" + QByteArray(1100, '[') + QByteArray(1100, ']') +
+                ",\"choices\":[{\"delta\":{\"content\":\"deeper\"}}]}",
+            "data: {\"choices\":[{\"delta\":{\"content\":\"a\",\"content\":1}}]}",
+            "data: {\"choices\":[{\"delta\":{\"content\":1,\"content\":\"b\"}}]}",
+            "data: {\"choices\":[{\"delta\":{\"content\":\"a\"},\"delta\":{}}]}",
+            "data: {\"choices\":[{\"delta\":{\"content\":\"a\"}}],\"choices\":{}}",
+            "data: {\"choices\":[{\"delta\":{\"content\":\"\\ufeffx\"}}]}",
+            "data: {\"choices\":[{\"delta\":{\"content\":\"\xef\xbb\xbfx\\n\"}}]}",
+            "data: {\"choices\":[{\"delta\":{\"content\":\"\xef\xbb\xbf\"}}]}",
+            "data: {\"\\ud800\":1,\"choices\":[{\"delta\":{\"content\":\"k\"}}]}",
+            "data: {\"choices\":[{\"delta\":{\"content\":\"\\ud83d\\u0041\"}}]}",
+            "data: {\"choices\":[{\"delta\":{\"content\":\"\\ud83d\"}}]}",
+            "data: {\"choices\":[{\"delta\":{\"content\":\"\\x\"}}]}",
+            "data: {\"choices\":[{\"delta\":{\"content\":\"bad \xc3\x28 \xed\xa0\x80\"}}]}",
+            "data: {\"choices\":[{\"delta\":{\"content\":\"x\"}}],\"t\":trux}",
+            "data: {\"choices\":[{\"delta\":{\"content\":\"x\"}}],\"n\":nul}",
+            "data: {\"choices\":[{\"delta\":{\"content\":\"x\"}}],\"n\":[1.,1.e5,-,2e,0e-999,1e-999]}",
+            "data: {\"choices\":[{\"delta\":{\"content\":\"x\"}}],\"n\":[1e300,1e-300,2.5e-308,9e307]}",
+            "data: {\"choices\":[{\"delta\":{\"content\":\"x\"}}],\"n\":[123456789012345678901234567890]}",
+            "data: {\"choices\":[{\"delta\":{\"content\":\"x\"}}]}   \t ",
+            "data: \xef\xbb\xbf{\"choices\":[{\"delta\":{\"content\":\"x\"}}]}",
+            "data: {\"choices\":[{\"delta\":{\"content\":\"x\"}}]",
+            "data: {\"choices\":[{\"delta\":{\"content\":\"x\"}}]}]",
         };
         for (const QByteArray &line : lines) {
             const StreamEvent fast = StreamEvent::parse(line);

@@ -140,9 +140,17 @@ run_pass() { # name, compositor (yes/no), scale
   "$PROVIDER" --port 0 --delay 5 >"$WORK/provider.log" 2>&1 &
   PIDS+=($!)
   # The whole line, not just its start: the provider may still be writing it.
-  eventually 10 grep -q 'QUILLMOOR_API_BASE_URL=http://[^ ]*/v1$' "$WORK/provider.log"
+  eventually 30 grep -q 'QUILLMOOR_API_BASE_URL=http://[^ ]*/v1$' "$WORK/provider.log"
   local base
   base=$(sed -n 's/.*QUILLMOOR_API_BASE_URL=\(http:[^ ]*\/v1\)$/\1/p' "$WORK/provider.log" | head -1)
+  # Without its address the app would ask the compiled-in provider, and every later check would mislead.
+  if [ -z "$base" ]; then
+    echo "FAIL!  $PASS_NAME: the test provider gave no address"
+    FAILURES=$((FAILURES + 1))
+    cat "$WORK/provider.log"
+    stop_all
+    return
+  fi
 
   rm -rf "$WORK/home" && mkdir -p "$WORK/home"
   HOME="$WORK/home" XDG_CONFIG_HOME="$WORK/home/.config" QUILLMOOR_API_BASE_URL="$base" \
