@@ -5,6 +5,7 @@
 #include <QDir>
 #include <QFile>
 #include <QGuiApplication>
+#include <QImage>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -41,6 +42,16 @@ inline QString writeFile(const QString &name, const QByteArray &bytes)
         return {};
     file.write(bytes);
     return file.fileName();
+}
+
+// A one-colour PNG picture in the test's home; returns its path.
+inline QString writePicture(const QString &name, const QSize &size = {32, 24},
+                            const QColor &colour = Qt::blue)
+{
+    QImage picture(size, QImage::Format_RGB32);
+    picture.fill(colour);
+    const QString path = home().filePath(name);
+    return picture.save(path, "PNG") ? path : QString();
 }
 
 inline QString fixture(const QString &relative)
