@@ -161,23 +161,6 @@ Item {
             compare(indicator.visible, false);
         }
 
-        function test_removePendingAttachment() {
-            session.addAttachment(Fixture.document("erste.txt"));
-            session.addAttachment(Fixture.document("zweite.txt"));
-            const strip = named("pendingStrip");
-            compare(strip.visible, true);
-            compare(strip.count, 2);
-            waitForRendering(strip);
-            const first = strip.itemAtIndex(0);
-            mouseClick(findChild(first, "removeButton"));
-            compare(session.pendingAttachments.count, 1);
-            tryVerify(() => strip.count === 1 && strip.itemAtIndex(0).name === "zweite.txt");
-            waitForRendering(strip);
-            mouseClick(findChild(strip.itemAtIndex(0), "removeButton"));
-            compare(session.pendingAttachments.count, 0);
-            compare(strip.visible, false);
-        }
-
         function test_bubblesSitOnTheirSides() {
             Fixture.scriptAnswer(["Ok"], 0);
             session.addAttachment(Fixture.document("plan.txt"));
