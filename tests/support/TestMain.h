@@ -25,10 +25,12 @@ inline void isolate()
 {
     const QString path = home().path();
     QDir(path).mkpath(QStringLiteral("Desktop"));
+    QDir(path).mkpath(QStringLiteral("tmp")); // temporary files of its own too: tests count what they leave
     qputenv("HOME", path.toUtf8());
     qputenv("XDG_CONFIG_HOME", (path + QStringLiteral("/.config")).toUtf8());
     qputenv("XDG_DATA_HOME", (path + QStringLiteral("/.local/share")).toUtf8());
     qputenv("XDG_CACHE_HOME", (path + QStringLiteral("/.cache")).toUtf8());
+    qputenv("TMPDIR", (path + QStringLiteral("/tmp")).toUtf8());
     qputenv("QT_QPA_PLATFORM", "offscreen");
     qunsetenv("QUILLMOOR_API_BASE_URL");
     qunsetenv("QUILLMOOR_API_KEY");
