@@ -20,6 +20,8 @@ PACKAGES=(
   qt6-image-formats-plugins
   fontconfig fonts-dejavu-core fonts-dejavu-extra fonts-noto-color-emoji
   poppler-data ca-certificates tzdata
+  # Qt SQL's SQLite driver, loaded at run time by the vector cache.
+  libqt6sql6-sqlite
   # A display for the window tests.
   xvfb xauth
   # The shell's X11 calls (input regions, workspaces), and the window manager, compositor and X tools of

@@ -85,10 +85,25 @@ void AppSettings::setKnowledgeBookmarksData(const QByteArray &data)
     emit knowledgeBookmarksDataChanged();
 }
 
-QStringList AppSettings::availableModels()
+QStringList AppSettings::availableModels() const
 {
-    return {QStringLiteral("swiss-ai/Apertus-70B-Instruct-2509"), QStringLiteral("mistral3"),
-            QStringLiteral("qwen3")};
+    static const QStringList catalogue = {QStringLiteral("swiss-ai/Apertus-70B-Instruct-2509"),
+                                          QStringLiteral("mistral3"), QStringLiteral("qwen3")};
+    QStringList models = catalogue;
+    // The server's list has no repeats of its own (ServerModels::decode).
+    for (const QString &model : m_serverModels) {
+        if (!catalogue.contains(model))
+            models.append(model);
+    }
+    return models;
+}
+
+void AppSettings::setServerModels(const QStringList &models)
+{
+    if (models == m_serverModels)
+        return;
+    m_serverModels = models;
+    emit availableModelsChanged();
 }
 
 const QMap<QString, AppSettings::ModelInfo> &AppSettings::modelMetadata()

@@ -21,7 +21,7 @@ class AppSettings : public QObject {
     Q_PROPERTY(QString selectedModel READ selectedModel WRITE setSelectedModel NOTIFY selectedModelChanged)
     Q_PROPERTY(QString masterPrompt READ masterPrompt WRITE setMasterPrompt NOTIFY masterPromptChanged)
     Q_PROPERTY(QColor accentColor READ accentColor NOTIFY accentColorIndexChanged)
-    Q_PROPERTY(QStringList availableModels READ availableModels CONSTANT)
+    Q_PROPERTY(QStringList availableModels READ availableModels NOTIFY availableModelsChanged)
     Q_PROPERTY(QList<QColor> accentColors READ accentColors CONSTANT)
 
 public:
@@ -46,8 +46,11 @@ public:
     QByteArray knowledgeBookmarksData() const;
     void setKnowledgeBookmarksData(const QByteArray &data);
 
-    static QStringList availableModels();
+    // The catalogue's three models, then those the user's own server listed that the catalogue lacks.
+    QStringList availableModels() const;
     static const QMap<QString, ModelInfo> &modelMetadata();
+    // What the user's server offers for this run; never stored, and the chosen model stays as it is.
+    void setServerModels(const QStringList &models);
     static QList<QColor> accentColors();
     QColor accentColor() const;
 
@@ -69,10 +72,12 @@ signals:
     void selectedModelChanged();
     void masterPromptChanged();
     void knowledgeBookmarksDataChanged();
+    void availableModelsChanged();
 
 private:
     QVariant read(const QString &key, const QVariant &fallback) const;
     void write(const QString &key, const QVariant &value);
 
     mutable QSettings m_store;
+    QStringList m_serverModels;
 };

@@ -11,6 +11,7 @@
 #include "Services/ContextManager.h"
 #include "Services/InfomaniakAPI.h"
 #include "Services/KnowledgeBookmarks.h"
+#include "Services/ServerModels.h"
 #include "Window/FloatingWindow.h"
 #include "Window/MiniLogoWindow.h"
 #include "Window/SettingsWindow.h"
@@ -66,6 +67,10 @@ void AppDelegate::applicationDidFinishLaunching()
     m_floatingWindow->requestActivate();
 
     connect(&Notifier::instance(), &Notifier::posted, this, &AppDelegate::onNotification);
+
+    // The catalogue's names exist only at the original provider; a server of the user's own has its own.
+    if (m_api->hasCustomEndpoint())
+        ServerModels::offer(m_api, m_settings.get());
 
     loadKnowledgeFiles();
 }

@@ -5,6 +5,7 @@
 #include "Services/DebugLog.h"
 #include "Services/FileMonitor.h"
 #include "Services/ProcessingRun.h"
+#include "Services/VectorCache.h"
 
 #include <QMutexLocker>
 
@@ -24,6 +25,7 @@ std::atomic<ContextManager *> g_shared{nullptr};
 ContextManager::ContextManager(std::shared_ptr<const InfomaniakAPI> api, QObject *parent)
     : QObject(parent)
     , m_api(std::move(api))
+    , m_vectorCache(std::make_shared<VectorCache>())
     , m_monitor(new FileMonitor(this))
     , m_snapshot(std::make_shared<KnowledgeSnapshot>())
 {

@@ -18,6 +18,7 @@
 
 class FileMonitor;
 class ProcessingRun;
+class VectorCache;
 
 // The knowledge base: which files the user chose, their texts, chunks with vectors and descriptions,
 // kept current as files are added, removed, processed and changed on disk. State lives on the main thread;
@@ -94,8 +95,11 @@ private:
 
     void publish();
     void checkIdle();
+    std::shared_ptr<VectorCache> vectorCache() const { return m_vectorCache; }
 
     std::shared_ptr<const InfomaniakAPI> m_api;
+    // Shared with the runs, which may outlive the knowledge base by one await.
+    std::shared_ptr<VectorCache> m_vectorCache;
     QList<QUrl> m_trackedFiles;
     QList<QUrl> m_processingFiles;
     QList<DocumentChunk> m_globalChunks;

@@ -53,16 +53,25 @@ InfomaniakAPI::InfomaniakAPI(const QString &apiKey, const QString &productId)
 
 InfomaniakAPI InfomaniakAPI::fromEnvironment()
 {
-    const QString key = qEnvironmentVariableIsSet("QUILLMOOR_API_KEY")
-                            ? qEnvironmentVariable("QUILLMOOR_API_KEY")
-                            : QStringLiteral(QUILLMOOR_API_TOKEN);
+    QString base = qEnvironmentVariable("QUILLMOOR_API_BASE_URL");
+    if (base.isEmpty())
+        base = qEnvironmentVariable("OPENAI_BASE_URL");
+    QString key = QStringLiteral(QUILLMOOR_API_TOKEN);
+    if (qEnvironmentVariableIsSet("QUILLMOOR_API_KEY"))
+        key = qEnvironmentVariable("QUILLMOOR_API_KEY");
+    else if (!base.isEmpty() && qEnvironmentVariableIsSet("OPENAI_API_KEY"))
+        key = qEnvironmentVariable("OPENAI_API_KEY");
+
     InfomaniakAPI api(key, QStringLiteral(QUILLMOOR_PRODUCT_ID));
-    const QString base = qEnvironmentVariable("QUILLMOOR_API_BASE_URL");
     if (!base.isEmpty()) {
+        while (base.endsWith(QLatin1Char('/')))
+            base.chop(1);
         api.m_baseURL = base;
-        while (api.m_baseURL.endsWith(QLatin1Char('/')))
-            api.m_baseURL.chop(1);
+        api.m_customEndpoint = true;
     }
+    const QString embeddingModel = qEnvironmentVariable("QUILLMOOR_EMBEDDING_MODEL");
+    if (!embeddingModel.isEmpty())
+        api.m_embeddingModel = embeddingModel;
     return api;
 }
 

@@ -32,6 +32,13 @@ struct EmbeddingsResult {
     bool ok() const { return !error.has_value(); }
 };
 
+// The model identifiers a server lists, or why it listed none.
+struct ModelsResult {
+    QStringList models;
+    std::optional<ProviderError> error;
+    bool ok() const { return !error.has_value(); }
+};
+
 // The client of the provider's OpenAI-compatible API. Immutable after construction, so any number of chat
 // turns and embedding calls may use it at once. All network traffic goes through one shared manager on the
 // main thread; the work around it (reading attachments, encoding images, scoring) runs on the thread pool.
@@ -44,13 +51,21 @@ public:
                        "erwähne NICHT wer du bist "
                        "oder für welche Firma du arbeitest.");
 
+    static inline const QString DefaultEmbeddingModel = QStringLiteral("bge_multilingual_gemma2");
+
     InfomaniakAPI(const QString &apiKey, const QString &productId);
-    // The compiled-in account, overridden by QUILLMOOR_API_BASE_URL and QUILLMOOR_API_KEY when set.
+    // The compiled-in account, or the server the environment names: QUILLMOOR_API_BASE_URL, else
+    // OPENAI_BASE_URL; QUILLMOOR_API_KEY, else OPENAI_API_KEY (only for a server named there, so a key meant
+    // for another service never reaches the compiled-in provider); QUILLMOOR_EMBEDDING_MODEL for the vectors.
     static InfomaniakAPI fromEnvironment();
 
     const QString &apiKey() const { return m_apiKey; }
     const QString &productId() const { return m_productId; }
     const QString &baseURL() const { return m_baseURL; }
+    // Whether the environment pointed the client at a server of the user's own.
+    bool hasCustomEndpoint() const { return m_customEndpoint; }
+    // The model that embeds knowledge chunks and questions alike.
+    const QString &embeddingModel() const { return m_embeddingModel; }
 
     // The longest wait without data (60 s); tests shorten it.
     int transferTimeoutMs() const { return m_transferTimeoutMs; }
@@ -67,6 +82,9 @@ public:
     // One vector per text as the provider returns them (their number is not checked).
     QCoro::Task<EmbeddingsResult> createEmbeddings(const QStringList &texts, const QString &model,
                                                    const QString &mode) const;
+
+    // The server's own list of models (GET `baseURL`/models, the OpenAI list format), in its order.
+    QCoro::Task<ModelsResult> listModels() const;
 
     // The attachment path of text extraction: cut at 30,000 characters with a note; nothing when empty.
     static std::optional<QString> extractText(const QUrl &url);
@@ -88,5 +106,7 @@ private:
     QString m_apiKey;
     QString m_productId;
     QString m_baseURL;
+    QString m_embeddingModel = DefaultEmbeddingModel;
+    bool m_customEndpoint = false;
     int m_transferTimeoutMs = 60000;
 };

@@ -5,9 +5,11 @@
 #include "Services/ContextManager.h"
 #include "Services/KnowledgePool.h"
 #include "Services/TextExtraction.h"
+#include "Services/VectorCache.h"
 
 #include <qcoro/qcorofuture.h>
 
+#include <algorithm>
 #include <cmath>
 
 namespace {
@@ -103,15 +105,43 @@ QCoro::Task<> ProcessingRun::run(QPointer<ContextManager> manager, QUrl url)
     ContextManager::log(
         QStringLiteral("📦 Created %1 chunks from %2").arg(QString::number(chunks.size()), name));
 
+    // Vectors of chunks whose text and model are unchanged come from the cache, read on its own thread. A
+    // batch goes to the server only when one of its chunks is unknown, and then whole, as it always went.
+    const QString model = api->embeddingModel();
+    const std::shared_ptr<VectorCache> cache = manager->vectorCache();
+    QFuture<QList<VectorCache::Entry>> lookingUp = cache->lookup(model, chunks);
+    const QList<VectorCache::Entry> known = co_await lookingUp;
+    if (!manager)
+        co_return;
+
     const qsizetype n = chunks.size();
     const qsizetype total = (n + BatchSize - 1) / BatchSize;
+    const auto allKnown = [&known](qsizetype start, qsizetype count) {
+        return std::all_of(known.cbegin() + start, known.cbegin() + start + count,
+                           [](const VectorCache::Entry &entry) { return entry.has_value(); });
+    };
+    qsizetype fromCache = 0;
+    for (qsizetype start = 0; start < n; start += BatchSize) {
+        const qsizetype count = std::min<qsizetype>(BatchSize, n - start);
+        if (allKnown(start, count))
+            fromCache += count;
+    }
+    ContextManager::log(QStringLiteral("💾 ") + QString::number(fromCache) + QStringLiteral(" of ") +
+                        QString::number(n) + QStringLiteral(" vectors from the cache for ") + name);
+
     QList<QList<double>> embeddings;
     embeddings.reserve(n);
     for (qsizetype start = 0; start < n; start += BatchSize) {
-        ContextManager::log(
-            QStringLiteral("🔢 Embedding batch %1/%2...").arg(start / BatchSize + 1).arg(total));
-        const EmbeddingsResult result = co_await api->createEmbeddings(
-            chunks.mid(start, BatchSize), EmbeddingModel, QStringLiteral("index"));
+        ContextManager::log(QStringLiteral("🔢 Embedding batch ") + QString::number(start / BatchSize + 1) +
+                            QLatin1Char('/') + QString::number(total) + QStringLiteral("..."));
+        const QStringList batch = chunks.mid(start, BatchSize);
+        if (allKnown(start, batch.size())) {
+            for (qsizetype i = start; i < start + batch.size(); ++i)
+                embeddings.append(*known[i]);
+            continue;
+        }
+        const QString mode = QStringLiteral("index");
+        const EmbeddingsResult result = co_await api->createEmbeddings(batch, model, mode);
         if (!manager)
             co_return;
         if (!result.ok()) {
@@ -120,6 +150,9 @@ QCoro::Task<> ProcessingRun::run(QPointer<ContextManager> manager, QUrl url)
             manager->unmarkProcessing(url);
             co_return;
         }
+        // Only a full answer says which vector belongs to which text.
+        if (result.vectors.size() == batch.size())
+            cache->store(model, batch, result.vectors);
         embeddings.append(result.vectors);
     }
 

@@ -281,8 +281,8 @@ Retriever::knowledgeSystemMessage(const InfomaniakAPI &api, const QString &messa
     }
 
     const QStringList input(question);
-    const EmbeddingsResult embedded =
-        co_await api.createEmbeddings(input, QueryModel, QStringLiteral("query"));
+    const QString model = api.embeddingModel();
+    const EmbeddingsResult embedded = co_await api.createEmbeddings(input, model, QStringLiteral("query"));
     if (!embedded.ok()) {
         ContextManager::log(QStringLiteral("❌ RAG Error: ") + embedded.error->fullText());
         co_return std::nullopt;

@@ -18,7 +18,6 @@ class InfomaniakAPI;
 // The knowledge base is read from its published snapshot, and the scoring runs on the thread pool.
 namespace Retriever {
 
-inline const QString QueryModel = QStringLiteral("bge_multilingual_gemma2");
 constexpr double TopScoreThreshold = 0.18;
 constexpr double MatchThreshold = 0.15;
 constexpr int MaxSemanticMatches = 10;

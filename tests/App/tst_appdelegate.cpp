@@ -3,6 +3,7 @@
 #include "Chat/ChatSession.h"
 #include "ConsoleCapture.h"
 #include "Core/Notifier.h"
+#include "Core/SettingsScreenState.h"
 #include "Services/ContextManager.h"
 #include "TestMain.h"
 #include "TestProvider.h"
@@ -13,6 +14,8 @@
 
 #include <QQuickItem>
 #include <QSignalSpy>
+
+Q_DECLARE_METATYPE(TestProvider::Response)
 
 class TestAppDelegate : public QObject {
     Q_OBJECT
@@ -53,6 +56,58 @@ private slots:
         QCoro::waitFor(restarted.contextManager().waitUntilIdle());
         QCOMPARE(restarted.contextManager().fileTexts().value(second), QStringLiteral("Notiz"));
         QCOMPARE(AppSettings().getKnowledgeURLs(), (QList<QUrl>{first, second}));
+    }
+
+    // A server of the user's own is asked once for its models: they follow the catalogue in the picker and
+    // the stored choice stays; a server without a list leaves the picker as it is. One console line either
+    // way.
+    void pickerOffersTheServersModels_data()
+    {
+        QTest::addColumn<TestProvider::Response>("answer");
+        QTest::addColumn<QStringList>("added");
+        QTest::addRow("list") << TestProvider::Response::modelList({QStringLiteral("qwen3"),
+                                                                    QStringLiteral("llama3.2:3b"),
+                                                                    QStringLiteral("nomic-embed-text")})
+                              << QStringList{QStringLiteral("llama3.2:3b"),
+                                             QStringLiteral("nomic-embed-text")};
+        QTest::addRow("no list") << TestProvider::Response::json(404, R"({"error":"not found"})")
+                                 << QStringList();
+        QTest::addRow("error") << TestProvider::Response::text(500, "upstream down") << QStringList();
+        QTest::addRow("another shape")
+            << TestProvider::Response::json(200, R"({"models":[{"name":"a"}]})") << QStringList();
+        QTest::addRow("empty list") << TestProvider::Response::modelList({}) << QStringList();
+    }
+    void pickerOffersTheServersModels()
+    {
+        QFETCH(TestProvider::Response, answer);
+        QFETCH(QStringList, added);
+        const QString stored = QStringLiteral("llama3.2:3b");
+        AppSettings().setSelectedModel(stored);
+        m_provider.clearRequests();
+        m_provider.enqueueModels(answer);
+
+        ConsoleCapture console;
+        AppDelegate delegate;
+        delegate.applicationDidFinishLaunching();
+        const auto modelLines = [&console] { return console.lines().filter(QStringLiteral("/v1/models")); };
+        QTRY_COMPARE(modelLines().size(), 1);
+        QCOMPARE(m_provider.requests("/models").size(), 1);
+        QCOMPARE(m_provider.requests("/models").first().method, QByteArray("GET"));
+
+        const QStringList expected = QStringList{QStringLiteral("swiss-ai/Apertus-70B-Instruct-2509"),
+                                                 QStringLiteral("mistral3"), QStringLiteral("qwen3")} +
+                                     added;
+        QCOMPARE(delegate.settings().availableModels(), expected);
+        delegate.openSettings();
+        auto *picker =
+            delegate.settingsWindow()->rootObject()->findChild<QQuickItem *>(QStringLiteral("modelPicker"));
+        QVERIFY(picker);
+        QCOMPARE(picker->property("count").toInt(), expected.size());
+        QCOMPARE(picker->property("currentIndex").toInt(), int(expected.indexOf(stored)));
+        QCOMPARE(picker->property("displayText").toString(), stored);
+        QCOMPARE(AppSettings().selectedModel(), stored);
+        QCOMPARE(SettingsScreenState::modelHelpText(stored), QString());
+        AppSettings().setSelectedModel(AppSettings::DefaultModel);
     }
 
     // Typing goes into the question field at launch and whenever the chat window comes back from mini

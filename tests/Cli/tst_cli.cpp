@@ -20,14 +20,18 @@ struct Run {
     int stdoutReads = 0;
 };
 
-// The command-line companion, aimed at the loopback provider.
-Run runCli(const QStringList &args, const TestProvider *provider = nullptr)
+// The command-line companion, aimed at the loopback provider; `variables` (NAME=value) replace the app's
+// own server variables, which name the provider otherwise.
+Run runCli(const QStringList &args, const TestProvider *provider = nullptr, const QStringList &variables = {})
 {
     QProcess process;
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    if (provider)
+    if (provider && variables.isEmpty()) {
         env.insert(QStringLiteral("QUILLMOOR_API_BASE_URL"), provider->baseUrl().toString());
-    env.insert(QStringLiteral("QUILLMOOR_API_KEY"), QStringLiteral("cli-key"));
+        env.insert(QStringLiteral("QUILLMOOR_API_KEY"), QStringLiteral("cli-key"));
+    }
+    for (const QString &variable : variables)
+        env.insert(variable.section(QLatin1Char('='), 0, 0), variable.section(QLatin1Char('='), 1));
     process.setProcessEnvironment(env);
     Run run;
     QObject::connect(&process, &QProcess::readyReadStandardOutput, [&] {
@@ -171,6 +175,36 @@ private slots:
         QVERIFY(system.startsWith(QStringLiteral("<database_schema>\n")));
         QVERIFY(system.contains(QStringLiteral("Der Kaffee kostet 4 Franken.")));
         QCOMPARE(messages.last()[QStringLiteral("content")].toArray().size(), 3);
+    }
+
+    // The companion reads the environment as the app does: the OpenAI variables name the server, and the
+    // file's and the question's vectors come from QUILLMOOR_EMBEDDING_MODEL. A second run with the same
+    // file asks only for the question's vector.
+    void askOnOwnServerWithKeptVectors()
+    {
+        const QString notes =
+            TestEnvironment::writeFile(QStringLiteral("Lieferung.txt"), "Die Lieferung kommt am Montag.");
+        const QStringList variables{QStringLiteral("OPENAI_BASE_URL=") + m_provider.baseUrl().toString(),
+                                    QStringLiteral("OPENAI_API_KEY=sk-cli"),
+                                    QStringLiteral("QUILLMOOR_EMBEDDING_MODEL=nomic-embed-text")};
+        const QStringList args{"ask", "--knowledge", notes, "Wann kommt sie?"};
+        QCOMPARE(runCli(args, &m_provider, variables).exitCode, 0);
+        QCOMPARE(m_provider.requests("/chat/completions").first().headers.value("authorization"),
+                 QByteArray("Bearer sk-cli"));
+        QCOMPARE(m_provider.requests("/embeddings").size(), 2);
+        for (const TestProvider::Request &request : m_provider.requests("/embeddings"))
+            QCOMPARE(request.json().value("model").toString(), QStringLiteral("nomic-embed-text"));
+
+        m_provider.clearRequests();
+        QCOMPARE(runCli(args, &m_provider, variables).exitCode, 0);
+        QCOMPARE(m_provider.requests("/embeddings").size(), 1);
+        QCOMPARE(m_provider.requests("/embeddings").first().json().value("mode").toString(),
+                 QStringLiteral("query"));
+        QVERIFY(m_provider.requests("/chat/completions")
+                    .first()
+                    .json()["messages"][0]["content"]
+                    .toString()
+                    .contains(QStringLiteral("Die Lieferung kommt am Montag.")));
     }
 
     void extractPrintsOnlyTheText_data()

@@ -77,6 +77,72 @@ QString systemContent(const QJsonObject &body)
 class TestChatRequest : public QObject {
     Q_OBJECT
 private slots:
+    // The OpenAI client libraries' variables name a server too; the app's own win over them. The key of
+    // OPENAI_API_KEY only goes to a server named in the environment. The question of a turn with knowledge
+    // is embedded with QUILLMOOR_EMBEDDING_MODEL when it is set.
+    void serverKeyAndEmbeddingModelFromTheEnvironment_data()
+    {
+        QTest::addColumn<QStringList>("variables"); // NAME=value; "ours" and "theirs" stand for the servers
+        QTest::addColumn<QString>("server");        // which server was asked: "ours", "theirs" or ""
+        QTest::addColumn<QByteArray>("authorization");
+        QTest::addColumn<QString>("embeddingModel");
+        QTest::addRow("OpenAI variables alone")
+            << QStringList{"OPENAI_BASE_URL=theirs", "OPENAI_API_KEY=sk-theirs"} << "theirs"
+            << QByteArray("Bearer sk-theirs") << "bge_multilingual_gemma2";
+        QTest::addRow("ours win over them")
+            << QStringList{"QUILLMOOR_API_BASE_URL=ours", "QUILLMOOR_API_KEY=k-ours",
+                           "OPENAI_BASE_URL=theirs", "OPENAI_API_KEY=sk-theirs"}
+            << "ours" << QByteArray("Bearer k-ours") << "bge_multilingual_gemma2";
+        QTest::addRow("our server, their key")
+            << QStringList{"QUILLMOOR_API_BASE_URL=ours", "OPENAI_API_KEY=sk-theirs"} << "ours"
+            << QByteArray("Bearer sk-theirs") << "bge_multilingual_gemma2";
+        QTest::addRow("an empty key of ours still wins")
+            << QStringList{"OPENAI_BASE_URL=theirs", "QUILLMOOR_API_KEY=", "OPENAI_API_KEY=sk-theirs"}
+            << "theirs" << QByteArray("Bearer") << "bge_multilingual_gemma2";
+        QTest::addRow("embedding model")
+            << QStringList{"OPENAI_BASE_URL=theirs", "QUILLMOOR_EMBEDDING_MODEL=nomic-embed-text"} << "theirs"
+            << QByteArray("Bearer") << "nomic-embed-text";
+        QTest::addRow("their key alone stays home")
+            << QStringList{"OPENAI_API_KEY=sk-theirs"} << "" << QByteArray() << "bge_multilingual_gemma2";
+    }
+    void serverKeyAndEmbeddingModelFromTheEnvironment()
+    {
+        QFETCH(QStringList, variables);
+        QFETCH(QString, server);
+        QFETCH(QByteArray, authorization);
+        QFETCH(QString, embeddingModel);
+        TestProvider ours;
+        TestProvider theirs;
+        QVERIFY(ours.listen() && theirs.listen());
+        for (const QString &variable : variables) {
+            const QString name = variable.section(QLatin1Char('='), 0, 0);
+            QString value = variable.section(QLatin1Char('='), 1);
+            if (value == QLatin1String("ours") || value == QLatin1String("theirs"))
+                value =
+                    (value == QLatin1String("ours") ? ours : theirs).baseUrl().toString() + QLatin1Char('/');
+            qputenv(name.toUtf8().constData(), value.toUtf8());
+        }
+        const InfomaniakAPI api = InfomaniakAPI::fromEnvironment();
+        TestEnvironment::isolate();
+        QCOMPARE(api.hasCustomEndpoint(), !server.isEmpty());
+        if (server.isEmpty()) {
+            QVERIFY(api.apiKey() != QStringLiteral("sk-theirs"));
+            return;
+        }
+
+        const QList<DocumentChunk> knowledge{{QStringLiteral("Rechnung"), QList<double>(64, 0.1)}};
+        const CollectedStream result = readAll(api.sendStreamingMessage(
+            QStringLiteral("Frage"), {}, knowledge, QStringLiteral("qwen3"), std::nullopt, {}));
+        QVERIFY(!result.error);
+        TestProvider &asked = server == QLatin1String("ours") ? ours : theirs;
+        TestProvider &other = server == QLatin1String("ours") ? theirs : ours;
+        QVERIFY(other.requests().isEmpty());
+        QCOMPARE(asked.requests("/chat/completions").size(), 1);
+        QCOMPARE(asked.requests("/chat/completions").first().headers.value("authorization"), authorization);
+        QCOMPARE(asked.requests("/embeddings").size(), 1);
+        QCOMPARE(asked.requests("/embeddings").first().json().value("model").toString(), embeddingModel);
+    }
+
     void bodyShape()
     {
         Turn turn;

@@ -4,9 +4,11 @@
 #include "TestMain.h"
 #include "TestProvider.h"
 
+#include <QDir>
 #include <QJsonArray>
 #include <QSignalSpy>
 #include <QTemporaryDir>
+#include <functional>
 
 #include <qcoro/qcorotask.h>
 
@@ -30,7 +32,12 @@ private slots:
         QVERIFY(m_provider.listen());
         m_api = clientFor(m_provider);
     }
-    void init() { m_provider.clearRequests(); }
+    void init()
+    {
+        m_provider.clearRequests();
+        // Each test starts without kept vectors, so its requests are its own.
+        QDir(TestEnvironment::home().filePath(QStringLiteral(".cache"))).removeRecursively();
+    }
 
     void startsTheLogAndBecomesShared()
     {
@@ -143,13 +150,74 @@ private slots:
         const qsizetype created = log.indexOf(QStringLiteral("📦 Created 120 chunks from gross.csv"));
         QVERIFY(created > 0);
         QCOMPARE(log.mid(created + 1),
-                 QStringList({QStringLiteral("🔢 Embedding batch 1/3..."),
+                 QStringList({QStringLiteral("💾 0 of 120 vectors from the cache for gross.csv"),
+                              QStringLiteral("🔢 Embedding batch 1/3..."),
                               QStringLiteral("🔢 Embedding batch 2/3..."),
                               QStringLiteral("🔢 Embedding batch 3/3..."),
                               QStringLiteral("✅ Processed: gross.csv (120 chunks, 120 total)")}));
         QVERIFY(log.contains(QStringLiteral("📄 Extracted %1 chars from gross.csv").arg(csv(120).size())));
         QCOMPARE(manager.fileChunks(url).size(), 120);
         QCOMPARE(manager.chunkSourceMap().size(), 120);
+    }
+
+    // Vectors outlive the knowledge base: processed again after a restart, an unchanged file sends nothing
+    // and logs the same steps; a changed row sends its batch again, whole; a damaged cache file costs one
+    // round of requests and no knowledge.
+    void vectorsAreKeptAcrossRestarts()
+    {
+        const QUrl url = file(QStringLiteral("Lager.csv"), csv(120));
+        const QString cachePath =
+            TestEnvironment::home().filePath(QStringLiteral(".cache/Quillmoor/vectors.sqlite"));
+        struct Step {
+            const char *what;
+            std::function<void()> before;
+            QList<int> sentBatches; // the sizes of the requests made
+            int fromCache;
+        };
+        const QList<Step> steps{
+            {"first start", [] {}, {50, 50, 20}, 0},
+            {"unchanged", [] {}, {}, 120},
+            {"row 70 changed",
+             [&] { writeFile(url.toLocalFile(), csv(120).replace("70\t210", "70\t999")); },
+             {50},
+             70},
+            {"damaged cache file",
+             [&] {
+                 QFile cache(cachePath);
+                 QVERIFY(cache.open(QIODevice::WriteOnly | QIODevice::Truncate));
+                 cache.write(QByteArray(4096, 'x'));
+             },
+             {50, 50, 20},
+             0},
+            {"rebuilt", [] {}, {}, 120},
+        };
+        QList<DocumentChunk> previous;
+        for (const Step &step : steps) {
+            step.before();
+            m_provider.clearRequests();
+            ContextManager manager(m_api);
+            manager.addFile(url);
+            QCoro::waitFor(manager.waitUntilIdle());
+            QList<int> sent;
+            for (const TestProvider::Request &request : m_provider.requests("/embeddings"))
+                sent.append(int(request.json().value("input").toArray().size()));
+            QVERIFY2(sent == step.sentBatches, step.what);
+            const QString cacheLine = QStringLiteral("💾 ") + QString::number(step.fromCache) +
+                                      QStringLiteral(" of 120 vectors from the cache for Lager.csv");
+            const QStringList log = logMessages();
+            QVERIFY2(log.count(cacheLine) == 1, step.what);
+            QCOMPARE(log.mid(log.indexOf(cacheLine) + 1),
+                     QStringList({QStringLiteral("🔢 Embedding batch 1/3..."),
+                                  QStringLiteral("🔢 Embedding batch 2/3..."),
+                                  QStringLiteral("🔢 Embedding batch 3/3..."),
+                                  QStringLiteral("✅ Processed: Lager.csv (120 chunks, 120 total)")}));
+            // The same vectors as the server gave for the same texts; the changed row alone differs.
+            const QList<DocumentChunk> chunks = manager.fileChunks(url);
+            QCOMPARE(chunks.size(), 120);
+            for (int i = 0; i < previous.size(); ++i)
+                QVERIFY2((chunks[i] == previous[i]) == (chunks[i].text == previous[i].text), step.what);
+            previous = chunks;
+        }
     }
 
     void badEmbeddingAnswers()

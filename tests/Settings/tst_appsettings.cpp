@@ -69,7 +69,7 @@ private slots:
 
     void catalogue()
     {
-        QCOMPARE(AppSettings::availableModels(),
+        QCOMPARE(AppSettings().availableModels(),
                  QStringList({QStringLiteral("swiss-ai/Apertus-70B-Instruct-2509"),
                               QStringLiteral("mistral3"), QStringLiteral("qwen3")}));
         const auto &catalogue = AppSettings::modelMetadata();

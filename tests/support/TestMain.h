@@ -34,6 +34,9 @@ inline void isolate()
     qputenv("QT_QPA_PLATFORM", "offscreen");
     qunsetenv("QUILLMOOR_API_BASE_URL");
     qunsetenv("QUILLMOOR_API_KEY");
+    qunsetenv("QUILLMOOR_EMBEDDING_MODEL");
+    qunsetenv("OPENAI_BASE_URL");
+    qunsetenv("OPENAI_API_KEY");
 }
 
 // Writes a file of the test's own into its home and returns the path ("" when it cannot be written).

@@ -65,6 +65,19 @@ TestProvider::Response TestProvider::Response::text(int status, const QByteArray
     return r;
 }
 
+TestProvider::Response TestProvider::Response::modelList(const QStringList &ids)
+{
+    QJsonArray data;
+    for (const QString &id : ids)
+        data.append(QJsonObject{{QStringLiteral("id"), id},
+                                {QStringLiteral("object"), QStringLiteral("model")},
+                                {QStringLiteral("created"), 0},
+                                {QStringLiteral("owned_by"), QStringLiteral("test-provider")}});
+    const QJsonObject body{{QStringLiteral("object"), QStringLiteral("list")},
+                           {QStringLiteral("data"), data}};
+    return json(200, QJsonDocument(body).toJson(QJsonDocument::Compact));
+}
+
 TestProvider::Response TestProvider::Response::redirect(int status, const QByteArray &location)
 {
     Response r = text(status, "<html><body>Moved to " + location + "</body></html>\n", "text/html");
@@ -173,6 +186,8 @@ void TestProvider::respond(QTcpSocket *socket, const Request &request)
         response.pieces.first().delayMs = m_defaultDelayMs; // a provider that takes its time to answer
     } else if (request.path.endsWith("/chat/completions")) {
         response = defaultChatAnswer(request.json(), m_defaultDelayMs);
+    } else if (request.method == "GET" && request.path.endsWith("/models") && !m_modelList.isEmpty()) {
+        response = Response::modelList(m_modelList);
     } else {
         response = Response::json(404, R"({"error":{"message":"Unknown path","code":"not_found"}})");
     }

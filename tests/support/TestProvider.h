@@ -8,6 +8,7 @@
 #include <QObject>
 #include <QPair>
 #include <QSet>
+#include <QStringList>
 #include <QUrl>
 
 class QTcpServer;
@@ -44,6 +45,8 @@ public:
         static Response json(int status, const QByteArray &body);
         static Response text(int status, const QByteArray &body,
                              const QByteArray &contentType = "text/plain");
+        // The OpenAI list of models: {"object": "list", "data": [{"id", "object": "model", ...}]}.
+        static Response modelList(const QStringList &ids);
         // A redirect to `location` (a path on this server) with a small page of its own, as servers send.
         static Response redirect(int status, const QByteArray &location);
     };
@@ -68,6 +71,7 @@ public:
     void enqueue(const QByteArray &pathSuffix, const Response &response);
     void enqueueChat(const Response &response) { enqueue("/chat/completions", response); }
     void enqueueEmbeddings(const Response &response) { enqueue("/embeddings", response); }
+    void enqueueModels(const Response &response) { enqueue("/models", response); }
     // Drops answers a test scripted but never asked for, so they cannot answer the next test's questions.
     void clearScript() { m_script.clear(); }
 
@@ -75,13 +79,17 @@ public:
     QList<Request> requests(const QByteArray &pathSuffix) const;
     void clearRequests() { m_requests.clear(); }
 
-    // What the unscripted provider does: the chat answer streams back a friendly echo word by word, and
-    // embeddings are hashed bags of words, so similar texts get similar vectors.
+    // What the unscripted provider does: the chat answer streams back a friendly echo word by word,
+    // embeddings are hashed bags of words, so similar texts get similar vectors, and the model list names
+    // DefaultModels (any model name is answered alike; an empty list set here answers 404, as servers
+    // without a list do).
+    static inline const QStringList DefaultModels = {QStringLiteral("qwen3"), QStringLiteral("test-echo")};
     static Response defaultChatAnswer(const QJsonObject &request, int delayMs);
     static Response defaultEmbeddings(const QJsonObject &request);
     static QList<double> bagOfWordsVector(const QString &text, int dimensions = 64);
     // Pause between the unscripted chat answer's pieces, and before the unscripted embeddings answer.
     void setDefaultDelayMs(int ms) { m_defaultDelayMs = ms; }
+    void setModelList(const QStringList &ids) { m_modelList = ids; }
     // Connections from clients that are still open.
     int openConnections() const { return int(m_sockets.size()); }
 
@@ -101,4 +109,5 @@ private:
     QList<QPair<QByteArray, Response>> m_script;
     QList<Request> m_requests;
     int m_defaultDelayMs = 0;
+    QStringList m_modelList = DefaultModels;
 };

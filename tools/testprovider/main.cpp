@@ -1,5 +1,5 @@
 // A loopback stand-in for the provider, so the app and the command-line companion can be tried without an
-// account:  quillmoor-testprovider [--port N] [--delay MS]
+// account:  quillmoor-testprovider [--port N] [--delay MS] [--models ID,ID,...]
 // then start them with QUILLMOOR_API_BASE_URL=http://127.0.0.1:N/v1.
 #include "TestProvider.h"
 
@@ -18,12 +18,18 @@ int main(int argc, char *argv[])
     QCommandLineOption delayOption(QStringLiteral("delay"),
                                    QStringLiteral("Pause between answer pieces in ms."), QStringLiteral("ms"),
                                    QStringLiteral("40"));
+    QCommandLineOption modelsOption(
+        QStringLiteral("models"),
+        QStringLiteral("Models listed at /v1/models, separated by commas; empty for no list (404)."),
+        QStringLiteral("ids"), TestProvider::DefaultModels.join(QLatin1Char(',')));
     parser.addOption(portOption);
     parser.addOption(delayOption);
+    parser.addOption(modelsOption);
     parser.process(app);
 
     TestProvider provider;
     provider.setDefaultDelayMs(parser.value(delayOption).toInt());
+    provider.setModelList(parser.value(modelsOption).split(QLatin1Char(','), Qt::SkipEmptyParts));
     if (!provider.listen(QHostAddress::LocalHost, quint16(parser.value(portOption).toUInt()))) {
         QTextStream(stderr) << "Cannot listen on port " << parser.value(portOption) << "\n";
         return 1;
