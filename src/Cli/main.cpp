@@ -2,6 +2,7 @@
 
 #include "Core/Console.h"
 #include "Models/ImageData.h"
+#include "Services/NetworkShutdown.h"
 
 #include <QGuiApplication>
 #include <QTextStream>
@@ -38,7 +39,10 @@ int main(int argc, char *argv[])
         return Cli::extract(args);
     if (command == QLatin1String("chunks"))
         return Cli::chunks(args);
-    if (command == QLatin1String("ask"))
-        return Cli::ask(args);
+    if (command == QLatin1String("ask")) {
+        const int status = Cli::ask(args);
+        NetworkShutdown::closeConnections();
+        return status;
+    }
     return usage();
 }

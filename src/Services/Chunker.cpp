@@ -3,8 +3,6 @@
 #include "Services/DebugLog.h"
 #include "Services/TextExtraction.h"
 
-#include <algorithm>
-
 namespace {
 
 constexpr int ChunkSize = 200;
@@ -152,9 +150,10 @@ Chunker::RowChunks Chunker::rowLevelChunk(const QString &text)
         }
         const QStringList cells = splitTabs(line);
         QStringList pairs;
-        const qsizetype columns = std::max(cells.size(), headers.size());
-        for (qsizetype c = 0; c < columns; ++c) {
-            const QString value = c < cells.size() ? cells.at(c) : QString();
+        // Only the row's own cells can hold a value: a short row under a wide header costs its own length,
+        // not the header's.
+        for (qsizetype c = 0; c < cells.size(); ++c) {
+            const QString &value = cells.at(c);
             if (value.isEmpty() || value == QLatin1String("-"))
                 continue;
             const QString column =

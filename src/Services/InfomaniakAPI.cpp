@@ -3,6 +3,7 @@
 #include "Core/Console.h"
 #include "Services/ChatRequest.h"
 #include "Services/ChatResponseReader.h"
+#include "Services/NetworkShutdown.h"
 #include "Services/Retriever.h"
 #include "Services/TextExtraction.h"
 
@@ -75,14 +76,32 @@ InfomaniakAPI InfomaniakAPI::fromEnvironment()
     return api;
 }
 
+namespace {
+
+QPointer<QNetworkAccessManager> &sharedManager()
+{
+    static QPointer<QNetworkAccessManager> manager;
+    return manager;
+}
+
+} // namespace
+
 QNetworkAccessManager &InfomaniakAPI::network()
 {
-    static QNetworkAccessManager *manager = [] {
-        auto *m = new QNetworkAccessManager(QCoreApplication::instance());
-        m->setAutoDeleteReplies(false);
-        return m;
-    }();
+    QPointer<QNetworkAccessManager> &manager = sharedManager();
+    if (!manager) {
+        manager = new QNetworkAccessManager(QCoreApplication::instance());
+        manager->setAutoDeleteReplies(false);
+    }
     return *manager;
+}
+
+void NetworkShutdown::closeConnections()
+{
+    delete sharedManager().data();
+    // The manager's connection thread hands the last of its clean-up back as queued events.
+    QCoreApplication::sendPostedEvents();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
 }
 
 QNetworkRequest InfomaniakAPI::request(const QString &endpoint) const
