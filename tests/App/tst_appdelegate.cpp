@@ -110,24 +110,45 @@ private slots:
         AppSettings().setSelectedModel(AppSettings::DefaultModel);
     }
 
-    void miniModeRoundTripKeepsTheConversation()
+    // Typing goes into the question field at launch and whenever the chat window comes back from mini
+    // mode, wherever the keyboard was before. Resting on the logo opens its help in a window of its own,
+    // beside the logo; a press closes it. The way back keeps the frame and the conversation.
+    void miniModeRoundTrip()
     {
         AppDelegate delegate;
         delegate.applicationDidFinishLaunching();
-        const QRect frame = delegate.floatingWindow()->geometry();
+        FloatingWindow *chat = delegate.floatingWindow();
+        const QRect frame = chat->geometry();
         delegate.session().appendMessage(Message(QStringLiteral("bleibt"), true));
+        QTRY_VERIFY(chat->activeFocusItem());
+        QCOMPARE(chat->activeFocusItem()->objectName(), QStringLiteral("inputField"));
+        auto *logoButton = chat->rootObject()->findChild<QQuickItem *>(QStringLiteral("logoButton"));
+        QVERIFY(logoButton);
+        logoButton->forceActiveFocus(Qt::TabFocusReason);
+        QCOMPARE(chat->activeFocusItem(), logoButton);
 
         QMetaObject::invokeMethod(&delegate, "minimizeToTiny");
         QTRY_VERIFY(delegate.miniWindow() && delegate.miniWindow()->isVisible());
-        QTRY_VERIFY(!delegate.floatingWindow()->isVisible());
-        QTRY_VERIFY(!delegate.isTransitioning());
+        QTRY_VERIFY(!chat->isVisible() && !delegate.isTransitioning());
+        MiniLogoWindow *logo = delegate.miniWindow();
+        const QPointF centre(35, 35);
+        QEnterEvent enter(centre, centre, logo->mapToGlobal(centre));
+        QCoreApplication::sendEvent(logo, &enter);
+        QVERIFY(!logo->helpTip() || !logo->helpTip()->isVisible()); // not at once
+        QTRY_VERIFY(logo->helpTip() && logo->helpTip()->isVisible());
+        QCOMPARE(logo->helpTip()->text(), QStringLiteral("Click to open Quillmoor"));
+        QVERIFY(logo->helpTip()->geometry().top() >= logo->geometry().bottom() ||
+                logo->helpTip()->geometry().bottom() <= logo->geometry().top());
+        QTest::mousePress(logo, Qt::LeftButton, {}, centre.toPoint());
+        QVERIFY(!logo->helpTip()->isVisible());
+        QTest::mouseRelease(logo, Qt::LeftButton, {}, centre.toPoint());
 
         Notifier::instance().post(Notifier::ExpandFromMiniMode);
-        QTRY_VERIFY(delegate.floatingWindow()->isVisible());
+        QTRY_VERIFY(chat->isVisible() && !delegate.isTransitioning());
         QTRY_VERIFY(!delegate.miniWindow() || !delegate.miniWindow()->isVisible());
-        QTRY_VERIFY(!delegate.isTransitioning());
-        QCOMPARE(delegate.floatingWindow()->geometry(), frame); // the logo did not move: the same frame
+        QCOMPARE(chat->geometry(), frame); // the logo did not move: the same frame
         QCOMPARE(delegate.session().messages()->size(), 1);
+        QTRY_COMPARE(chat->activeFocusItem()->objectName(), QStringLiteral("inputField"));
 
         // The settings window is made once and reused.
         Notifier::instance().post(Notifier::OpenSettings);
@@ -137,51 +158,6 @@ private slots:
         delegate.openSettings();
         QCOMPARE(delegate.settingsWindow(), settingsWindow);
         QVERIFY(delegate.settingsWindow()->isVisible());
-    }
-
-    // Typing goes into the question field at launch and whenever the chat window comes back from mini
-    // mode, wherever the keyboard was before.
-    void questionFieldTakesTheKeyboardWhenTheChatAppears()
-    {
-        AppDelegate delegate;
-        delegate.applicationDidFinishLaunching();
-        FloatingWindow *chat = delegate.floatingWindow();
-        QTRY_VERIFY(chat->activeFocusItem());
-        QCOMPARE(chat->activeFocusItem()->objectName(), QStringLiteral("inputField"));
-
-        auto *logo = chat->rootObject()->findChild<QQuickItem *>(QStringLiteral("logoButton"));
-        QVERIFY(logo);
-        logo->forceActiveFocus(Qt::TabFocusReason);
-        QCOMPARE(chat->activeFocusItem(), logo);
-
-        QMetaObject::invokeMethod(&delegate, "minimizeToTiny");
-        QTRY_VERIFY(delegate.miniWindow() && !delegate.isTransitioning());
-        Notifier::instance().post(Notifier::ExpandFromMiniMode);
-        QTRY_VERIFY(chat->isVisible() && !delegate.isTransitioning());
-        QTRY_COMPARE(chat->activeFocusItem()->objectName(), QStringLiteral("inputField"));
-    }
-
-    // Resting on the logo opens its help in a window of its own, beside the logo; a press closes it.
-    void logoShowsItsHelpWhenRestedOn()
-    {
-        AppDelegate delegate;
-        delegate.applicationDidFinishLaunching();
-        QMetaObject::invokeMethod(&delegate, "minimizeToTiny");
-        QTRY_VERIFY(delegate.miniWindow() && !delegate.isTransitioning());
-        MiniLogoWindow *logo = delegate.miniWindow();
-
-        const QPointF centre(35, 35);
-        QEnterEvent enter(centre, centre, logo->mapToGlobal(centre));
-        QCoreApplication::sendEvent(logo, &enter);
-        QVERIFY(!logo->helpTip() || !logo->helpTip()->isVisible()); // not at once
-        QTRY_VERIFY(logo->helpTip() && logo->helpTip()->isVisible());
-        QCOMPARE(logo->helpTip()->text(), QStringLiteral("Click to open Quillmoor"));
-        QVERIFY(logo->helpTip()->geometry().top() >= logo->geometry().bottom() ||
-                logo->helpTip()->geometry().bottom() <= logo->geometry().top());
-
-        QTest::mousePress(logo, Qt::LeftButton, {}, centre.toPoint());
-        QVERIFY(!logo->helpTip()->isVisible());
-        QTest::mouseRelease(logo, Qt::LeftButton, {}, centre.toPoint());
     }
 
 private:

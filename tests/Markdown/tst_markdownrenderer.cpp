@@ -34,8 +34,11 @@ QString kind(const TextRun &run)
     if (run.foreground == Accent)
         return u"marker"_s;
     const QFont &f = *run.font;
-    if (f.pointSizeF() != 14)
-        return u"size%1"_s.arg(f.pointSizeF());
+    if (f.pointSizeF() != 14) // headings and rules
+        return u"size%1%2"_s.arg(f.pointSizeF())
+            .arg(f.weight() == QFont::Bold       ? u"bold"_s
+                 : f.weight() == QFont::DemiBold ? u"demibold"_s
+                                                 : QString());
     if (f.italic())
         return f.weight() == QFont::Bold ? u"bolditalic"_s : u"italic"_s;
     return f.weight() == QFont::Bold ? u"bold"_s : u"plain"_s;
@@ -75,66 +78,30 @@ QStringList dump(QTextDocument &document)
 class TestMarkdownRenderer : public QObject {
     Q_OBJECT
 private slots:
-    void headings_data();
-    void headings();
     void blockKinds_data();
     void blockKinds();
-    void listMarkers();
+    void paragraphStyles();
     void inlineRuns_data();
     void inlineRuns();
     void inlineAttributes();
-    void wholeText_data();
-    void wholeText();
-    void styleHandedInStaysUnchanged();
     void documentFormats();
     void incrementalEqualsFull_data();
     void incrementalEqualsFull();
     void heightFollowsText();
 };
 
-void TestMarkdownRenderer::headings_data()
-{
-    QTest::addColumn<QString>("source");
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<qreal>("size");
-    QTest::addColumn<int>("weight");
-    QTest::addColumn<qreal>("spacingBefore");
-    QTest::addRow("level 1") << u"# Titel"_s << u"Titel"_s << 20.0 << int(QFont::Bold) << 0.0;
-    QTest::addRow("level 2") << u"## T"_s << u"T"_s << 17.0 << int(QFont::Bold) << 0.0;
-    QTest::addRow("level 3") << u"### T"_s << u"T"_s << 15.0 << int(QFont::DemiBold) << 0.0;
-    QTest::addRow("no inline rendering")
-        << u"## **fett**"_s << u"**fett**"_s << 17.0 << int(QFont::Bold) << 0.0;
-    QTest::addRow("spaces trimmed") << u"  #\t  Titel \u00a0"_s << u"Titel"_s << 20.0 << int(QFont::Bold)
-                                    << 0.0;
-    QTest::addRow("later line") << u"x\n# Titel"_s << u"Titel"_s << 20.0 << int(QFont::Bold) << 12.0;
-    QTest::addRow("carriage return kept")
-        << u"# Titel\r"_s << u"Titel\r"_s << 20.0 << int(QFont::Bold) << 0.0;
-}
-
-void TestMarkdownRenderer::headings()
-{
-    QFETCH(QString, source);
-    QFETCH(QString, text);
-    QFETCH(qreal, size);
-    QFETCH(int, weight);
-    QFETCH(qreal, spacingBefore);
-    const AttributedText runs = render(source);
-    const TextRun &heading = runs.last();
-    QCOMPARE(heading.text, text);
-    QCOMPARE(heading.font->pointSizeF(), size);
-    QCOMPARE(int(heading.font->weight()), weight);
-    QCOMPARE(heading.foreground, Ink);
-    QCOMPARE(heading.background, std::nullopt);
-    QCOMPARE(heading.paragraphStyle->paragraphSpacingBefore, spacingBefore);
-    QCOMPARE(heading.paragraphStyle->paragraphSpacing, 4.0);
-    QCOMPARE(heading.paragraphStyle->lineSpacing, Base.lineSpacing);
-}
-
 void TestMarkdownRenderer::blockKinds_data()
 {
     QTest::addColumn<QString>("source");
     QTest::addColumn<QStringList>("runs");
     const QString rule = Markdown::HorizontalRule + u"|size8"_s;
+    QTest::addRow("heading 1") << u"# Titel"_s << QStringList{u"Titel|size20bold"_s};
+    QTest::addRow("heading 2, no inline rendering")
+        << u"## **fett**"_s << QStringList{u"**fett**|size17bold"_s};
+    QTest::addRow("heading 3") << u"### T"_s << QStringList{u"T|size15demibold"_s};
+    QTest::addRow("heading, spaces trimmed")
+        << u"  #\t  Titel \u00a0"_s << QStringList{u"Titel|size20bold"_s};
+    QTest::addRow("heading, carriage return kept") << u"# Titel\r"_s << QStringList{u"Titel\r|size20bold"_s};
     QTest::addRow("four hashes") << u"#### T"_s << QStringList{u"#### T|plain"_s};
     QTest::addRow("hash without space") << u"#Titel"_s << QStringList{u"#Titel|plain"_s};
     QTest::addRow("three dashes") << u"---"_s << QStringList{rule};
@@ -168,6 +135,12 @@ void TestMarkdownRenderer::blockKinds_data()
     QTest::addRow("paragraph trimmed") << u"\t\u3000Text \u00a0"_s << QStringList{u"Text|plain"_s};
     QTest::addRow("carriage return kept") << u"Text\r"_s << QStringList{u"Text\r|plain"_s};
     QTest::addRow("fence goes through inline rules") << u"```"_s << QStringList{u" ` |code"_s};
+    QTest::addRow("empty") << QString() << QStringList{};
+    QTest::addRow("empty paragraph between")
+        << u"a\n\nb"_s << QStringList{u"a|plain"_s, u"\n|none"_s, u"\n|none"_s, u"b|plain"_s};
+    QTest::addRow("trailing line feed") << u"a\n"_s << QStringList{u"a|plain"_s, u"\n|none"_s};
+    QTest::addRow("crlf") << u"a\r\nb"_s << QStringList{u"a\r|plain"_s, u"\n|none"_s, u"b|plain"_s};
+    QTest::addRow("blank line") << u" \t "_s << QStringList{};
 }
 
 void TestMarkdownRenderer::blockKinds()
@@ -177,8 +150,15 @@ void TestMarkdownRenderer::blockKinds()
     QCOMPARE(describe(render(source)), runs);
 }
 
-void TestMarkdownRenderer::listMarkers()
+void TestMarkdownRenderer::paragraphStyles()
 {
+    const TextRun heading = render(u"x\n# Titel"_s).last();
+    QCOMPARE(heading.foreground, Ink);
+    QCOMPARE(heading.paragraphStyle->paragraphSpacingBefore, 12.0);
+    QCOMPARE(heading.paragraphStyle->paragraphSpacing, 4.0);
+    QCOMPARE(heading.paragraphStyle->lineSpacing, Base.lineSpacing);
+    QCOMPARE(render(u"# Titel"_s).last().paragraphStyle->paragraphSpacingBefore, 0.0);
+
     const AttributedText bullet = render(u"- Punkt"_s);
     QCOMPARE(bullet.at(0).font, baseFont());
     QCOMPARE(bullet.at(0).foreground, Accent);
@@ -245,34 +225,6 @@ void TestMarkdownRenderer::inlineAttributes()
     QCOMPARE(italic[0].font->family(), serif.family());
     QVERIFY(italic[0].font->italic());
     QCOMPARE(italic[1].font, serif);
-}
-
-void TestMarkdownRenderer::wholeText_data()
-{
-    QTest::addColumn<QString>("source");
-    QTest::addColumn<QStringList>("runs");
-    QTest::addRow("empty") << QString() << QStringList{};
-    QTest::addRow("empty paragraph between")
-        << u"a\n\nb"_s << QStringList{u"a|plain"_s, u"\n|none"_s, u"\n|none"_s, u"b|plain"_s};
-    QTest::addRow("trailing line feed") << u"a\n"_s << QStringList{u"a|plain"_s, u"\n|none"_s};
-    QTest::addRow("only line feed") << u"\n"_s << QStringList{u"\n|none"_s};
-    QTest::addRow("crlf") << u"a\r\nb"_s << QStringList{u"a\r|plain"_s, u"\n|none"_s, u"b|plain"_s};
-    QTest::addRow("blank line") << u" \t "_s << QStringList{};
-}
-
-void TestMarkdownRenderer::wholeText()
-{
-    QFETCH(QString, source);
-    QFETCH(QStringList, runs);
-    QCOMPARE(describe(render(source)), runs);
-}
-
-void TestMarkdownRenderer::styleHandedInStaysUnchanged()
-{
-    const ParagraphStyle style = Base;
-    const AttributedText runs = parseMarkdown(u"# a\n- b\n1. c\n---\nd"_s, baseFont(), Ink, Accent, style);
-    QCOMPARE(style, Base);
-    QCOMPARE(runs.last().paragraphStyle, Base);
 }
 
 void TestMarkdownRenderer::documentFormats()

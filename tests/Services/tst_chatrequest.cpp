@@ -55,21 +55,12 @@ private:
 
 QJsonValue userContent(const QJsonObject &body)
 {
-    return body.value(QStringLiteral("messages"))
-        .toArray()
-        .last()
-        .toObject()
-        .value(QStringLiteral("content"));
+    return body[QStringLiteral("messages")].toArray().last()[QStringLiteral("content")];
 }
 
 QString systemContent(const QJsonObject &body)
 {
-    return body.value(QStringLiteral("messages"))
-        .toArray()
-        .first()
-        .toObject()
-        .value(QStringLiteral("content"))
-        .toString();
+    return body[QStringLiteral("messages")][0][QStringLiteral("content")].toString();
 }
 
 } // namespace
@@ -166,9 +157,6 @@ private slots:
                  QStringLiteral("Du bist ein hilfreicher und kompetenter Assistent.\n") + sentence);
         QCOMPARE(systemContent(turn.send(QStringLiteral("x"), {}, QString())),
                  QStringLiteral("\n") + sentence);
-        QCOMPARE(sentence,
-                 QStringLiteral("Antworte locker, kurz und natürlich. Keine Floskeln. Stelle dich NICHT vor "
-                                "und erwähne NICHT wer du bist oder für welche Firma du arbeitest."));
     }
 
     void historyIsSentWhole()
@@ -209,10 +197,8 @@ private slots:
         QVERIFY(withText.toString().startsWith(QStringLiteral("Frage\n\n--- Dokument: notes.md ---\n")));
 
         // Long documents are cut at 30,000 characters, counted as the user sees them.
-        QString flags;
-        for (int i = 0; i < 30001; ++i)
-            flags += QStringLiteral("🇨🇭");
-        const QString longFile = TestEnvironment::writeFile(QStringLiteral("lang.txt"), flags.toUtf8());
+        const QString longFile = TestEnvironment::writeFile(QStringLiteral("lang.txt"),
+                                                            QStringLiteral("🇨🇭").repeated(30001).toUtf8());
         const QString cut = userContent(turn.send(QString(), {document(longFile)})).toString();
         const QString note =
             QStringLiteral("\n\n[... Text wurde gekürzt, da das Dokument zu lang für den Kontext ist ...]");

@@ -28,6 +28,13 @@ class TestEmbeddings : public QObject {
         return result;
     }
 
+    // One text to the index, as knowledge files are sent.
+    static EmbeddingsResult embed(const InfomaniakAPI &client)
+    {
+        return QCoro::waitFor(
+            client.createEmbeddings({QStringLiteral("x")}, QStringLiteral("m"), QStringLiteral("index")));
+    }
+
     static QByteArray fixture(const QString &name)
     {
         QFile file(TestEnvironment::fixture(QStringLiteral("embeddings/") + name));
@@ -109,9 +116,7 @@ private slots:
         QFETCH(double, first);
         ConsoleCapture console;
         m_provider->enqueueEmbeddings(TestProvider::Response::json(200, fixture(file)));
-        const InfomaniakAPI client = api();
-        const EmbeddingsResult result = QCoro::waitFor(
-            client.createEmbeddings({QStringLiteral("x")}, QStringLiteral("m"), QStringLiteral("index")));
+        const EmbeddingsResult result = embed(api());
         if (vectors < 0) {
             QVERIFY(!result.ok());
             QCOMPARE(result.error->domain, EmbeddingResponse::DecodingDomain);
@@ -149,9 +154,7 @@ private slots:
         QFETCH(QByteArray, body);
         ConsoleCapture console;
         m_provider->enqueueEmbeddings(TestProvider::Response::text(status, body));
-        const InfomaniakAPI client = api();
-        const EmbeddingsResult result = QCoro::waitFor(
-            client.createEmbeddings({QStringLiteral("x")}, QStringLiteral("m"), QStringLiteral("index")));
+        const EmbeddingsResult result = embed(api());
         QVERIFY(!result.ok());
         const QString text = QString::fromUtf8(body);
         const QString code = QString::number(status);
@@ -164,9 +167,7 @@ private slots:
     void bodyThatIsNotUtf8()
     {
         m_provider->enqueueEmbeddings(TestProvider::Response::text(500, QByteArray("\xff\xfe broken")));
-        const InfomaniakAPI client = api();
-        const EmbeddingsResult result = QCoro::waitFor(
-            client.createEmbeddings({QStringLiteral("x")}, QStringLiteral("m"), QStringLiteral("index")));
+        const EmbeddingsResult result = embed(api());
         QCOMPARE(*result.error, ProviderError::api(500, QStringLiteral("Embedding request failed (HTTP 500): "
                                                                        "Unknown error")));
     }
@@ -175,9 +176,7 @@ private slots:
     {
         ConsoleCapture console;
         m_provider->enqueueEmbeddings(TestProvider::Response::text(200, "<html>busy</html>"));
-        const InfomaniakAPI client = api();
-        const EmbeddingsResult result = QCoro::waitFor(
-            client.createEmbeddings({QStringLiteral("x")}, QStringLiteral("m"), QStringLiteral("index")));
+        const EmbeddingsResult result = embed(api());
         QVERIFY(!result.ok());
         QCOMPARE(result.error->domain, QStringLiteral("QJsonParseError"));
         QVERIFY(!console.text().contains(QStringLiteral("✅")));
@@ -191,8 +190,7 @@ private slots:
         m_provider = nullptr;
         qputenv("QUILLMOOR_API_BASE_URL", QStringLiteral("http://127.0.0.1:%1/v1").arg(closedPort).toUtf8());
         client = InfomaniakAPI::fromEnvironment();
-        const EmbeddingsResult result = QCoro::waitFor(
-            client.createEmbeddings({QStringLiteral("x")}, QStringLiteral("m"), QStringLiteral("index")));
+        const EmbeddingsResult result = embed(client);
         QVERIFY(!result.ok());
         QCOMPARE(result.error->domain, QStringLiteral("QNetworkReply"));
         QCOMPARE(result.error->code, int(QNetworkReply::ConnectionRefusedError));
@@ -206,8 +204,7 @@ private slots:
         m_provider->enqueueEmbeddings(silent);
         InfomaniakAPI client = api();
         client.setTransferTimeoutMs(300);
-        const EmbeddingsResult result = QCoro::waitFor(
-            client.createEmbeddings({QStringLiteral("x")}, QStringLiteral("m"), QStringLiteral("index")));
+        const EmbeddingsResult result = embed(client);
         QCOMPARE(*result.error,
                  (ProviderError{QStringLiteral("QNetworkReply"), int(QNetworkReply::TimeoutError),
                                 QStringLiteral("The request timed out.")}));

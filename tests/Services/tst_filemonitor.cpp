@@ -28,12 +28,25 @@ int inotifyWatches()
     return count;
 }
 
-// How editors that save atomically do it: a new file renamed over the old one.
-void replaceByRename(const QString &path, const QByteArray &content)
+// How editors save: a new file renamed over the old one, atomically, or after removing the old one.
+void replaceByRename(const QString &path, const QByteArray &content, bool atomic = false)
 {
     writeFile(path + QStringLiteral(".tmp"), content);
-    QFile::remove(path); // QFile::rename does not overwrite
-    QFile::rename(path + QStringLiteral(".tmp"), path);
+    if (!atomic)
+        QFile::remove(path);
+    QCOMPARE(std::rename(QFile::encodeName(path + QStringLiteral(".tmp")).constData(),
+                         QFile::encodeName(path).constData()),
+             0);
+}
+
+void idle(ContextManager &manager)
+{
+    QCoro::waitFor(manager.waitUntilIdle());
+}
+
+int events(int kind, const QString &name)
+{
+    return countLog(QStringLiteral("🔔 File event [FileSystemEvent(rawValue: %1)] for ").arg(kind) + name);
 }
 } // namespace
 
@@ -44,19 +57,20 @@ class TestFileMonitor : public QObject {
     TestProvider m_provider;
     std::shared_ptr<const InfomaniakAPI> m_api;
 
+    // A knowledge file, tracked and processed.
+    QUrl track(ContextManager &manager, const QString &name, const QByteArray &content)
+    {
+        const QUrl url = writeFile(m_dir.filePath(name), content);
+        manager.addFile(url);
+        idle(manager);
+        return url;
+    }
+
 private slots:
     void initTestCase()
     {
         QVERIFY(m_provider.listen());
         m_api = clientFor(m_provider);
-    }
-
-    void eventSetsPrintAsOptionSets()
-    {
-        QCOMPARE(FileMonitor::describe(FileMonitor::Write), QStringLiteral("FileSystemEvent(rawValue: 2)"));
-        QCOMPARE(FileMonitor::describe(FileMonitor::Delete), QStringLiteral("FileSystemEvent(rawValue: 1)"));
-        QCOMPARE(FileMonitor::describe(FileMonitor::Write | FileMonitor::Rename),
-                 QStringLiteral("FileSystemEvent(rawValue: 34)"));
     }
 
     void oneWatchPerFile()
@@ -76,48 +90,53 @@ private slots:
     void writeInPlaceReprocesses()
     {
         ContextManager manager(m_api);
-        const QUrl url = writeFile(m_dir.filePath(QStringLiteral("inplace.txt")), "alt");
-        manager.addFile(url);
-        QCoro::waitFor(manager.waitUntilIdle());
+        const QUrl url = track(manager, QStringLiteral("inplace.txt"), "alt");
         writeFile(url.toLocalFile(), "neuer Inhalt");
-        QTRY_COMPARE(countLog(QStringLiteral("🔔 File event [FileSystemEvent(rawValue: 2)] for inplace.txt")),
-                     1);
-        QCoro::waitFor(manager.waitUntilIdle());
+        QTRY_COMPARE(events(2, QStringLiteral("inplace.txt")), 1);
+        idle(manager);
         QCOMPARE(countLog(QStringLiteral("🔄 processFile starting: inplace.txt")), 2);
         QCOMPARE(manager.fileTexts().value(url), QStringLiteral("neuer Inhalt"));
     }
 
-    void replacementIsFollowed()
+    // Saved the way editors do (a new file renamed over the old one), also while another program still
+    // holds the old file open, when the kernel reports no deletion until that program closes it. The new
+    // file is the one followed afterwards, and mere attribute changes are no events.
+    void savedByRename_data()
     {
+        QTest::addColumn<bool>("held");
+        QTest::addRow("old file closed") << false;
+        QTest::addRow("old file held open") << true;
+    }
+    void savedByRename()
+    {
+        QFETCH(bool, held);
         ContextManager manager(m_api);
-        const QString path = m_dir.filePath(QStringLiteral("atomar.txt"));
-        const QUrl url = writeFile(path, "erste Fassung");
-        manager.addFile(url);
-        QCoro::waitFor(manager.waitUntilIdle());
-        replaceByRename(path, "zweite Fassung");
-        QTRY_COMPARE(countLog(QStringLiteral("♻️ Restarting monitor for atomar.txt")), 1);
-        QCoro::waitFor(manager.waitUntilIdle());
-        QCOMPARE(countLog(QStringLiteral("👁️ Started monitoring: atomar.txt")), 2);
-        QCOMPARE(manager.fileTexts().value(url), QStringLiteral("zweite Fassung"));
+        const QString name = held ? QStringLiteral("offen.txt") : QStringLiteral("atomar.txt");
+        const QUrl url = track(manager, name, "erste Fassung");
+        QFile holder(url.toLocalFile());
+        QVERIFY(!held || holder.open(QIODevice::ReadOnly));
+        replaceByRename(url.toLocalFile(), "zweite Fassung", held);
+        QTRY_COMPARE(manager.fileTexts().value(url), QStringLiteral("zweite Fassung"));
+        idle(manager);
+        QCOMPARE(countLog(QStringLiteral("👁️ Started monitoring: ") + name), 2);
         QCOMPARE(manager.monitorCount(), 1);
 
-        // The new file is the one watched now.
-        writeFile(path, "dritte Fassung");
-        QTRY_COMPARE(countLog(QStringLiteral("🔔 File event [FileSystemEvent(rawValue: 2)] for atomar.txt")),
-                     1);
-        QCoro::waitFor(manager.waitUntilIdle());
-        QCOMPARE(manager.fileTexts().value(url), QStringLiteral("dritte Fassung"));
+        QVERIFY(QFile::setPermissions(url.toLocalFile(),
+                                      QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup));
+        writeFile(url.toLocalFile(), "dritte Fassung");
+        QTRY_COMPARE(manager.fileTexts().value(url), QStringLiteral("dritte Fassung"));
+        idle(manager);
+        QCOMPARE(events(2, name), 1);
+        QCOMPARE(countLog(QStringLiteral("🔄 processFile starting: ") + name), 3);
     }
 
     void deletionLeavesTheFileTracked()
     {
         ContextManager manager(m_api);
-        const QUrl url = writeFile(m_dir.filePath(QStringLiteral("weg.txt")), "bleibt im Wissen");
-        manager.addFile(url);
-        QCoro::waitFor(manager.waitUntilIdle());
+        const QUrl url = track(manager, QStringLiteral("weg.txt"), "bleibt im Wissen");
         QVERIFY(QFile::remove(url.toLocalFile()));
         QTRY_COMPARE(countLog(QStringLiteral("♻️ Restarting monitor for weg.txt")), 1);
-        QCoro::waitFor(manager.waitUntilIdle());
+        idle(manager);
         QVERIFY(
             logMessages().contains(QStringLiteral("❌ Failed to open for monitoring: ") + url.toLocalFile()));
         QCOMPARE(countLog(QStringLiteral("⚠️ No text extracted from weg.txt")), 1);
@@ -134,7 +153,7 @@ private slots:
         manager.addFile(url);
         QTRY_VERIFY(countLog(QStringLiteral("🔢 Embedding batch 1/1...")) == 1);
         QVERIFY(QFile::remove(url.toLocalFile()));
-        QCoro::waitFor(manager.waitUntilIdle());
+        idle(manager);
         m_provider.setDefaultDelayMs(0);
         // The run that was under way still stores its results; the reaction to the deletion finds no text,
         // at once or, when it came while that run was going, in the run that follows it.
@@ -144,60 +163,30 @@ private slots:
         QVERIFY(manager.processingFiles().isEmpty());
     }
 
-    // Saved the way editors do (a new file renamed over the old one) while another program still holds the
-    // old file open: the kernel reports no deletion until that program closes it, yet the save is followed.
-    void replacedWhileAnotherProgramHoldsTheFile()
-    {
-        ContextManager manager(m_api);
-        const QString path = m_dir.filePath(QStringLiteral("offen.txt"));
-        const QUrl url = writeFile(path, "erste Fassung");
-        manager.addFile(url);
-        QCoro::waitFor(manager.waitUntilIdle());
-        QFile holder(path);
-        QVERIFY(holder.open(QIODevice::ReadOnly));
-        writeFile(path + QStringLiteral(".neu"), "zweite Fassung");
-        QCOMPARE(::rename(QFile::encodeName(path + QStringLiteral(".neu")).constData(),
-                          QFile::encodeName(path).constData()),
-                 0);
-        QTRY_COMPARE(manager.fileTexts().value(url), QStringLiteral("zweite Fassung"));
-        QCOMPARE(countLog(QStringLiteral("🔔 File event [FileSystemEvent(rawValue: 1)] for offen.txt")), 1);
-        QCoro::waitFor(manager.waitUntilIdle());
-        QCOMPARE(manager.monitorCount(), 1);
-
-        // Following the new file: the next save lands too, and mere attribute changes are no events.
-        QVERIFY(QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup));
-        writeFile(path, "dritte Fassung");
-        QTRY_COMPARE(manager.fileTexts().value(url), QStringLiteral("dritte Fassung"));
-        QCoro::waitFor(manager.waitUntilIdle());
-        QCOMPARE(countLog(QStringLiteral("🔄 processFile starting: offen.txt")), 3);
-    }
-
     // Two tracked paths that lead to one file share the kernel's watch: each hears the file's changes, and
     // removing one leaves the other watched.
     void pathsToTheSameFile()
     {
         ContextManager manager(m_api);
-        const QString path = m_dir.filePath(QStringLiteral("ziel.txt"));
         const QString link = m_dir.filePath(QStringLiteral("verweis.txt"));
-        const QUrl target = writeFile(path, "eins");
-        QVERIFY(QFile::link(path, link));
+        const QUrl target = track(manager, QStringLiteral("ziel.txt"), "eins");
+        QVERIFY(QFile::link(target.toLocalFile(), link));
         const QUrl alias = QUrl::fromLocalFile(link);
-        manager.addFile(target);
         manager.addFile(alias);
-        QCoro::waitFor(manager.waitUntilIdle());
+        idle(manager);
 
-        writeFile(path, "zwei");
+        writeFile(target.toLocalFile(), "zwei");
         QTRY_COMPARE(manager.fileTexts().value(target), QStringLiteral("zwei"));
         QTRY_COMPARE(manager.fileTexts().value(alias), QStringLiteral("zwei"));
-        QCoro::waitFor(manager.waitUntilIdle());
+        idle(manager);
 
         const int before = inotifyWatches();
         manager.removeFile(alias);
         QCOMPARE(inotifyWatches(), before);
-        writeFile(path, "drei");
+        writeFile(target.toLocalFile(), "drei");
         QTRY_COMPARE(manager.fileTexts().value(target), QStringLiteral("drei"));
-        QCoro::waitFor(manager.waitUntilIdle());
-        QCOMPARE(countLog(QStringLiteral("🔔 File event [FileSystemEvent(rawValue: 2)] for verweis.txt")), 1);
+        idle(manager);
+        QCOMPARE(events(2, QStringLiteral("verweis.txt")), 1);
         manager.removeFile(target);
         QCOMPARE(inotifyWatches(), before - 1);
     }
@@ -215,7 +204,7 @@ private slots:
         QTRY_COMPARE(countLog(QStringLiteral("⏸️ processFile skipped (already processing): laufend.txt")),
                      1);
         m_provider.setDefaultDelayMs(0);
-        QCoro::waitFor(manager.waitUntilIdle());
+        idle(manager);
         QCOMPARE(countLog(QStringLiteral("🔄 processFile starting: laufend.txt")), 2);
         QCOMPARE(manager.fileTexts().value(url), QStringLiteral("nachher"));
         QCOMPARE(manager.fileChunks(url).size(), 1);
@@ -226,14 +215,11 @@ private slots:
     void removedFileStaysRemoved()
     {
         ContextManager manager(m_api);
-        const QString path = m_dir.filePath(QStringLiteral("entfernt.txt"));
-        const QUrl url = writeFile(path, "alt");
-        manager.addFile(url);
-        QCoro::waitFor(manager.waitUntilIdle());
-        replaceByRename(path, "neu");
+        const QUrl url = track(manager, QStringLiteral("entfernt.txt"), "alt");
+        replaceByRename(url.toLocalFile(), "neu");
         QTRY_COMPARE(countLog(QStringLiteral("♻️ Restarting monitor for entfernt.txt")), 1);
         manager.removeFile(url);
-        QCoro::waitFor(manager.waitUntilIdle());
+        idle(manager);
         QCOMPARE(countLog(QStringLiteral("👁️ Started monitoring: entfernt.txt")), 1);
         QCOMPARE(countLog(QStringLiteral("🔄 processFile starting: entfernt.txt")), 1);
         QCOMPARE(manager.monitorCount(), 0);
@@ -252,15 +238,14 @@ private slots:
             replaceByRename(path, "Fassung " + QByteArray::number(i));
             QTest::qWait(100);
         }
-        QCoro::waitFor(manager.waitUntilIdle());
+        idle(manager);
         QCOMPARE(manager.monitorCount(), 1);
         QCOMPARE(inotifyWatches(), before + 1);
         QVERIFY(manager.processingFiles().isEmpty());
         // Still followed afterwards: one more edit lands.
         writeFile(path, "Fassung final");
-        QTRY_VERIFY(
-            countLog(QStringLiteral("🔔 File event [FileSystemEvent(rawValue: 2)] for hektisch.txt")) >= 1);
-        QCoro::waitFor(manager.waitUntilIdle());
+        QTRY_VERIFY(events(2, QStringLiteral("hektisch.txt")) >= 1);
+        idle(manager);
         QCOMPARE(manager.fileTexts().value(url), QStringLiteral("Fassung final"));
     }
 };

@@ -192,7 +192,6 @@ private slots:
 
     void tenBestAndStableOrder()
     {
-        const DocumentChunk chunk = track(QStringLiteral("viel.txt"), "Viel Inhalt", Score060);
         QList<DocumentChunk> chunks;
         for (int i = 0; i < 11; ++i)
             chunks.append({QStringLiteral("Stück %1").arg(i), Score060});
@@ -203,7 +202,6 @@ private slots:
         for (int i = 0; i < 10; ++i)
             QCOMPARE(log[2 + i], QStringLiteral(" - [0.600] Stück %1...").arg(i));
         QCOMPARE(log.size(), 12);
-        Q_UNUSED(chunk);
     }
 
     void badVectorsAndFailures()

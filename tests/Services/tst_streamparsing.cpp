@@ -215,7 +215,8 @@ private slots:
             "data: \"just a string\"",
             "data: 42",
             "data: {\"choices\":[{\"delta\":{\"content\":\"x\"}}]}{}",
-            "data: {\"choices\":[{\"delta\":{\"content\":\"nul\x00byte\"}}]}",
+            // A NUL byte inside the content (in a literal, "\x00b" would be one 0x0B character).
+            "data: {\"choices\":[{\"delta\":{\"content\":\"nul" + QByteArray(1, '\0') + "byte\"}}]}",
             "data: " + QByteArray(100, '[') + QByteArray(100, ']'),
             "data: {\"a\":" + QByteArray(80, '[') + QByteArray(80, ']') +
                 ",\"choices\":[{\"delta\":{\"content\":\"deep\"}}]}",

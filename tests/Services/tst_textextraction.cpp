@@ -7,6 +7,8 @@
 #include <QFile>
 #include <QTemporaryDir>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 const QString Note =
     QStringLiteral("\n\n[... Text wurde gekürzt, da das Dokument zu lang für den Kontext ist ...]");
@@ -50,17 +52,12 @@ private slots:
                  QStringList{QStringLiteral("Extracting text from: %1 (accessing: true)").arg(name)});
     }
 
-    void emptyFileDiffersBetweenPaths()
+    // An empty file is empty knowledge but no attachment; what cannot be read is nothing.
+    void emptyOrUnreadable()
     {
-        const QString path = TestEnvironment::writeFile(QStringLiteral("leer.txt"), QByteArray());
-        const auto knowledge = TextExtraction::forKnowledge(path);
-        QVERIFY(knowledge.has_value());
-        QVERIFY(knowledge->isEmpty());
-        QVERIFY(!TextExtraction::forAttachment(path).has_value());
-    }
-
-    void unreadableGivesNothing()
-    {
+        const QString empty = TestEnvironment::writeFile(QStringLiteral("leer.txt"), QByteArray());
+        QCOMPARE(TextExtraction::forKnowledge(empty), std::optional<QString>(QString()));
+        QVERIFY(!TextExtraction::forAttachment(empty).has_value());
         ConsoleCapture console;
         QVERIFY(!TextExtraction::forKnowledge(m_dir.path()).has_value()); // a folder given as a file
         QVERIFY(!TextExtraction::forKnowledge(m_dir.filePath(QStringLiteral("fehlt.txt"))).has_value());
@@ -154,21 +151,11 @@ private slots:
         QTest::addColumn<QString>("name");
         QTest::addColumn<QString>("extension");
         QTest::addColumn<QString>("stem");
-        QTest::addRow("two dots") << "Bericht 2024.final.pdf"
-                                  << "pdf"
-                                  << "Bericht 2024.final";
-        QTest::addRow("upper case") << "Report.PDF"
-                                    << "pdf"
-                                    << "Report";
-        QTest::addRow("none") << "readme"
-                              << ""
-                              << "readme";
-        QTest::addRow("hidden") << ".profile"
-                                << ""
-                                << ".profile";
-        QTest::addRow("trailing dot") << "notes."
-                                      << ""
-                                      << "notes.";
+        QTest::addRow("two dots") << u"Bericht 2024.final.pdf"_s << u"pdf"_s << u"Bericht 2024.final"_s;
+        QTest::addRow("upper case") << u"Report.PDF"_s << u"pdf"_s << u"Report"_s;
+        QTest::addRow("none") << u"readme"_s << QString() << u"readme"_s;
+        QTest::addRow("hidden") << u".profile"_s << QString() << u".profile"_s;
+        QTest::addRow("trailing dot") << u"notes."_s << QString() << u"notes."_s;
     }
     void fileNames()
     {

@@ -1,30 +1,12 @@
-#include "AppSettings.h"
 #include "AttachmentImageProvider.h"
-#include "Chat/ChatSession.h"
-#include "ProviderClient.h"
-#include "Services/ContextManager.h"
+#include "SessionFixture.h"
 #include "TestMain.h"
-#include "TestProvider.h"
-
-#include <QImage>
-#include <QSignalSpy>
-
-#include <qcoro/qcorotask.h>
 
 #include <atomic>
 #include <mutex>
 #include <thread>
 
 namespace {
-
-QString writePicture(const QString &name, const QColor &colour)
-{
-    const QString path = TestEnvironment::home().filePath(name);
-    QImage picture(320, 200, QImage::Format_RGB32);
-    picture.fill(colour);
-    picture.save(path, "PNG");
-    return path;
-}
 
 QString idOf(const Attachment &attachment)
 {
@@ -41,18 +23,15 @@ class TestAttachmentImageProvider : public QObject {
 private slots:
     void picturesInFlight()
     {
-        TestProvider provider;
-        QVERIFY(provider.listen());
-        provider.setDefaultDelayMs(1); // the unscripted answer streams word by word
-        AppSettings settings;
-        settings.setSelectedModel(QStringLiteral("qwen3"));
-        ContextManager knowledge(clientFor(provider));
-        ChatSession session(knowledge, settings);
+        SessionFixture f;
+        f.provider.setDefaultDelayMs(1); // the unscripted answer streams word by word
+        f.settings.setSelectedModel(QStringLiteral("qwen3"));
+        ChatSession &session = *f.session;
         AttachmentImageProvider images(session);
-
-        const QStringList pictures{writePicture(QStringLiteral("rot.png"), Qt::red),
-                                   writePicture(QStringLiteral("gruen.png"), Qt::green),
-                                   writePicture(QStringLiteral("blau.png"), Qt::blue)};
+        QStringList pictures;
+        for (const QColor colour : {Qt::red, Qt::green, Qt::blue})
+            pictures.append(
+                TestEnvironment::writePicture(colour.name() + QStringLiteral(".png"), {320, 200}, colour));
 
         std::mutex idsMutex; // a standard one, so ThreadSanitizer sees the hand-over
         QStringList ids;
@@ -78,10 +57,9 @@ private slots:
             }
         });
 
-        QSignalSpy finished(&session, &ChatSession::turnFinished);
         for (int round = 0; round < 8; ++round) {
             for (const QString &picture : pictures)
-                QCoro::waitFor(session.addAttachmentAsync(QUrl::fromLocalFile(picture)));
+                f.attach(picture);
             {
                 std::lock_guard lock(idsMutex);
                 for (const Attachment &attachment : session.pendingAttachments()->list())
@@ -89,9 +67,8 @@ private slots:
             }
             if (round % 3 == 2)
                 session.removePendingAttachment(0);
-            session.setInputText(QStringLiteral("Was siehst du auf Bild %1?").arg(round));
-            session.sendMessage();
-            QVERIFY(finished.wait(10000));
+            f.send(QStringLiteral("Was siehst du auf Bild %1?").arg(round));
+            QVERIFY(f.waitForTurn());
             if (round % 2 == 0)
                 session.clearMessages();
         }

@@ -56,25 +56,12 @@ Item {
             tryCompare(session, "isLoading", false, 5000);
         }
 
-        function test_stopButtonDuringTurn() {
-            Fixture.scriptAnswer(["Hal", "lo"], 150);
+        // The stop button stands in for the send button while an answer streams; it, Escape, or the end of
+        // the answer ends the turn.
+        function test_stopDuringTurn() {
             const send = named("sendButton");
             const stop = named("stopButton");
             compare(stop.shown, false);
-            session.inputText = "Wie geht's?";
-            mouseClick(send);
-            compare(session.isLoading, true);
-            compare(stop.shown, true);
-            compare(send.shown, false);
-            tryCompare(stop, "visible", true);
-            tryCompare(session, "isLoading", false, 5000);
-            compare(send.shown, true);
-            tryCompare(stop, "visible", false);
-            compare(session.messages.count, 2);
-            tryCompare(bubble(1), "text", "Hallo");
-        }
-
-        function test_stopEndsTheTurn() {
             Fixture.scriptAnswer(["Teil", " zwei", " drei"], 400);
             mouseClick(named("inputField"));
             keyClick(Qt.Key_E);
@@ -82,10 +69,27 @@ Item {
             compare(bubble(0).text, "e", "Return sends");
             compare(session.inputText, "");
             compare(session.isLoading, true);
-            tryCompare(named("stopButton"), "scale", 1);
-            mouseClick(named("stopButton"));
+            compare(send.shown, false);
+            tryCompare(stop, "scale", 1);
+            mouseClick(stop);
             compare(session.isLoading, false);
-            compare(named("sendButton").shown, true);
+            compare(send.shown, true);
+            tryCompare(stop, "visible", false);
+
+            Fixture.scriptAnswer(["Teil", " zwei", " drei", " vier"], 300);
+            keyClick(Qt.Key_F);
+            keyClick(Qt.Key_Return);
+            tryVerify(() => bubble(3) && bubble(3).text === "Teil", 3000);
+            keyClick(Qt.Key_Escape);
+            compare(session.isLoading, false, "Escape stops the streaming answer");
+
+            Fixture.scriptAnswer(["Hal", "lo"], 150);
+            keyClick(Qt.Key_G);
+            keyClick(Qt.Key_Return);
+            compare(stop.shown, true);
+            tryCompare(session, "isLoading", false, 5000);
+            tryCompare(stop, "visible", false);
+            tryVerify(() => bubble(5) && bubble(5).text === "Hallo");
         }
 
         function test_returnDuringAnAnswerKeepsTheText() {
@@ -138,7 +142,8 @@ Item {
             Fixture.settings.selectedModel = model;
         }
 
-        function test_thinkingIndicatorUntilTheAnswerStarts() {
+        // The thinking indicator shows until the answer starts; clearing empties the list, not the field.
+        function test_thinkingIndicatorAndClearing() {
             Fixture.scriptAnswer(["Ja"], 50);
             const indicator = named("thinkingIndicator");
             compare(indicator.visible, false);
@@ -148,37 +153,12 @@ Item {
             tryCompare(session.messages, "count", 2);
             compare(indicator.visible, false, "the empty answer ends it");
             tryCompare(session, "isLoading", false, 5000);
-            compare(indicator.visible, false);
-        }
-
-        function test_removePendingAttachment() {
-            session.addAttachment(Fixture.document("erste.txt"));
-            session.addAttachment(Fixture.document("zweite.txt"));
-            const strip = named("pendingStrip");
-            compare(strip.visible, true);
-            compare(strip.count, 2);
-            waitForRendering(strip);
-            const first = strip.itemAtIndex(0);
-            mouseClick(findChild(first, "removeButton"));
-            compare(session.pendingAttachments.count, 1);
-            tryVerify(() => strip.count === 1 && strip.itemAtIndex(0).name === "zweite.txt");
-            waitForRendering(strip);
-            mouseClick(findChild(strip.itemAtIndex(0), "removeButton"));
-            compare(session.pendingAttachments.count, 0);
-            compare(strip.visible, false);
-        }
-
-        function test_clearingEmptiesTheList() {
-            Fixture.scriptAnswer(["Antwort"], 0);
-            session.inputText = "Hallo";
-            session.sendMessage();
-            tryCompare(session, "isLoading", false, 5000);
             compare(named("messageRepeater").count, 2);
             session.inputText = "Entwurf";
             session.clearMessages();
             compare(named("messageRepeater").count, 0);
             compare(session.inputText, "Entwurf", "only the conversation goes");
-            compare(named("thinkingIndicator").visible, false);
+            compare(indicator.visible, false);
         }
 
         function test_bubblesSitOnTheirSides() {
@@ -198,15 +178,6 @@ Item {
             const tiles = findChild(user, "attachmentTiles");
             compare(tiles.visible, true);
             fuzzyCompare(tiles.x + tiles.width, user.width, 0.5);
-        }
-
-        function test_dropZoneFollowsTheDrag() {
-            const zone = named("dropZone");
-            compare(zone.visible, false);
-            session.isDragging = true;
-            compare(zone.visible, true);
-            session.isDragging = false;
-            compare(zone.visible, false);
         }
 
         // How far the end marker's bottom lies below the visible area (0 or less: the list shows its end).
@@ -291,22 +262,8 @@ Item {
             tryVerify(() => gapBelowEnd() <= 1, 1000);
         }
 
-        function test_escapeStopsTheAnswer() {
-            Fixture.scriptAnswer(["Teil", " zwei", " drei", " vier"], 300);
-            view.focusQuestionField();
-            verify(named("inputField").activeFocus);
-            keyClick(Qt.Key_F);
-            keyClick(Qt.Key_Return);
-            compare(session.isLoading, true);
-            tryVerify(() => bubble(1) && bubble(1).text === "Teil", 3000);
-            keyClick(Qt.Key_Escape);
-            compare(session.isLoading, false, "Escape stops the streaming answer");
-            keyClick(Qt.Key_Escape);
-            compare(session.isLoading, false);
-        }
-
-        // Everything a mouse can press in the chat screen is reached with Tab, and every control that
-        // shows only a symbol has a German name for screen readers.
+        // Everything a mouse can press in the chat screen is reached with Tab, and every button that shows
+        // only a symbol has a German name for screen readers.
         function test_keyboardReachesEveryControl() {
             session.addAttachment(Fixture.document("notiz.txt"));
             tryCompare(named("pendingStrip"), "count", 1);
@@ -324,6 +281,20 @@ Item {
             compare(reached["logoButton"], "Verkleinern");
             compare(reached["menuButton"], "Menü");
             compare(reached["inputField"], "Frag mich etwas...");
+            const unnamed = [];
+            let buttons = 0;
+            function visit(item) {
+                if (item instanceof AbstractButton && item.text === "") {
+                    ++buttons;
+                    if (!item.Accessible.name)
+                        unnamed.push(item.objectName || String(item));
+                }
+                for (let i = 0; i < item.children.length; ++i)
+                    visit(item.children[i]);
+            }
+            visit(view);
+            verify(buttons >= 5, "found " + buttons + " symbol buttons");
+            compare(unnamed, [], "every symbol button has a name");
 
             // The menu opens from the keyboard and closes with Escape.
             named("menuButton").forceActiveFocus(Qt.TabFocusReason);
@@ -350,26 +321,6 @@ Item {
             keyClick(Qt.Key_Space);
             compare(session.isLoading, false);
             compare(host.Window.activeFocusItem.objectName, "inputField", "the keyboard goes back to typing");
-        }
-
-        function test_everySymbolButtonHasAName() {
-            session.addAttachment(Fixture.document("notiz.txt"));
-            tryCompare(named("pendingStrip"), "count", 1);
-            waitForRendering(view);
-            const unnamed = [];
-            let buttons = 0;
-            function visit(item) {
-                if (item instanceof AbstractButton && item.text === "") {
-                    ++buttons;
-                    if (!item.Accessible.name)
-                        unnamed.push(item.objectName || String(item));
-                }
-                for (let i = 0; i < item.children.length; ++i)
-                    visit(item.children[i]);
-            }
-            visit(view);
-            verify(buttons >= 5, "found " + buttons + " symbol buttons");
-            compare(unnamed, []);
         }
 
         // A screen reader hears the streamed answer once, whole, when it has ended; the bubble it streams

@@ -12,13 +12,11 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QSignalSpy>
-#include <QTemporaryDir>
 
 // The settings screen's behaviour: accent colour, model help, prompt, knowledge rows, drops and clearing.
 class TestSettingsScreen : public QObject {
     Q_OBJECT
 
-    QTemporaryDir m_dir;
     TestProvider m_provider;
     std::shared_ptr<const InfomaniakAPI> m_api;
     std::unique_ptr<ContextManager> m_contextManager;
@@ -27,11 +25,7 @@ class TestSettingsScreen : public QObject {
 
     QUrl makeFile(const QString &name)
     {
-        const QString path = m_dir.filePath(name);
-        QFile file(path);
-        file.open(QIODevice::WriteOnly);
-        file.write("Inhalt der Datei " + name.toUtf8());
-        return QUrl::fromLocalFile(path);
+        return QUrl::fromLocalFile(TestEnvironment::writeFile(name, "Inhalt der Datei " + name.toUtf8()));
     }
 
     QStringList rowNames() const
@@ -83,29 +77,6 @@ private slots:
         QCOMPARE(m_settings->accentColor(), AppSettings::accentColors().at(3));
     }
 
-    void modelHelpText_data()
-    {
-        QTest::addColumn<QString>("model");
-        QTest::addColumn<QString>("help");
-        QTest::addRow("apertus")
-            << "swiss-ai/Apertus-70B-Instruct-2509"
-            << "Herkunft: 🇨🇭 Schweiz\nFähigkeiten: Exzellent in Deutsch, logisches Denken, "
-               "Swiss-Optimized.\nKontext: Datenschutzkonform 🛡️, Schweizer Server 🇨🇭, "
-               "Enterprise-Grade.";
-        QTest::addRow("qwen3")
-            << "qwen3"
-            << "Herkunft: 🇨🇳 China (Alibaba)\nFähigkeiten: Hervorragende Bilderkennung "
-               "(Vision), sehr schnell.\nKontext: Datenschutzkonform 🛡️. Gehostet in der "
-               "Schweiz 🇨🇭. Open Weights.";
-        QTest::addRow("outside the catalogue") << "llama-local" << QString();
-    }
-    void modelHelpText()
-    {
-        QFETCH(QString, model);
-        QFETCH(QString, help);
-        QCOMPARE(SettingsScreenState::modelHelpText(model), help);
-    }
-
     void modelAndPromptAreWrittenThrough()
     {
         m_screen->chooseModel(QStringLiteral("mistral3"));
@@ -116,11 +87,11 @@ private slots:
         QCOMPARE(AppSettings().masterPrompt(), QString());
     }
 
-    void noBookmarksShowNoRows() { QCOMPARE(m_screen->knowledgeRows()->rowCount(), 0); }
-
     void droppingThreeFilesAddsThreeRowsInOrder()
     {
-        QSignalSpy tracked(m_contextManager.get(), &ContextManager::trackedFilesChanged);
+        QCOMPARE(m_screen->knowledgeRows()->rowCount(), 0);
+        QVERIFY(!m_screen->dropFiles({}));
+        QVERIFY(!m_screen->dropFiles({QUrl(QStringLiteral("https://example.org/a.pdf"))}));
         const QList<QUrl> files{makeFile(QStringLiteral("a.txt")), makeFile(QStringLiteral("b.txt")),
                                 makeFile(QStringLiteral("c.txt"))};
         QVERIFY(m_screen->dropFiles(files));
@@ -142,12 +113,6 @@ private slots:
         QCOMPARE(storedCount(), 1);
         QCOMPARE(m_contextManager->trackedFiles().size(), 1);
         QCOMPARE(m_screen->knowledgeRows()->rowCount(), 1);
-    }
-
-    void dropsWithoutFilesAreRefused()
-    {
-        QVERIFY(!m_screen->dropFiles({}));
-        QVERIFY(!m_screen->dropFiles({QUrl(QStringLiteral("https://example.org/a.pdf"))}));
     }
 
     void removingTheFirstRowReindexesTheRest()

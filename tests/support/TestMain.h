@@ -5,6 +5,7 @@
 #include <QDir>
 #include <QFile>
 #include <QGuiApplication>
+#include <QImage>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -24,10 +25,12 @@ inline void isolate()
 {
     const QString path = home().path();
     QDir(path).mkpath(QStringLiteral("Desktop"));
+    QDir(path).mkpath(QStringLiteral("tmp")); // temporary files of its own too: tests count what they leave
     qputenv("HOME", path.toUtf8());
     qputenv("XDG_CONFIG_HOME", (path + QStringLiteral("/.config")).toUtf8());
     qputenv("XDG_DATA_HOME", (path + QStringLiteral("/.local/share")).toUtf8());
     qputenv("XDG_CACHE_HOME", (path + QStringLiteral("/.cache")).toUtf8());
+    qputenv("TMPDIR", (path + QStringLiteral("/tmp")).toUtf8());
     qputenv("QT_QPA_PLATFORM", "offscreen");
     qunsetenv("QUILLMOOR_API_BASE_URL");
     qunsetenv("QUILLMOOR_API_KEY");
@@ -44,6 +47,16 @@ inline QString writeFile(const QString &name, const QByteArray &bytes)
         return {};
     file.write(bytes);
     return file.fileName();
+}
+
+// A one-colour PNG picture in the test's home; returns its path.
+inline QString writePicture(const QString &name, const QSize &size = {32, 24},
+                            const QColor &colour = Qt::blue)
+{
+    QImage picture(size, QImage::Format_RGB32);
+    picture.fill(colour);
+    const QString path = home().filePath(name);
+    return picture.save(path, "PNG") ? path : QString();
 }
 
 inline QString fixture(const QString &relative)

@@ -16,32 +16,16 @@ namespace {
 
 QByteArray reasonPhrase(int status)
 {
-    switch (status) {
-    case 200:
-        return "OK";
-    case 400:
-        return "Bad Request";
-    case 307:
-        return "Temporary Redirect";
-    case 308:
-        return "Permanent Redirect";
-    case 401:
-        return "Unauthorized";
-    case 404:
-        return "Not Found";
-    case 407:
-        return "Proxy Authentication Required";
-    case 418:
-        return "I'm a teapot";
-    case 429:
-        return "Too Many Requests";
-    case 500:
-        return "Internal Server Error";
-    case 502:
-        return "Bad Gateway";
-    default:
-        return "Status";
-    }
+    static const QHash<int, QByteArray> phrases{{200, "OK"},
+                                                {307, "Temporary Redirect"},
+                                                {308, "Permanent Redirect"},
+                                                {400, "Bad Request"},
+                                                {401, "Unauthorized"},
+                                                {404, "Not Found"},
+                                                {429, "Too Many Requests"},
+                                                {500, "Internal Server Error"},
+                                                {502, "Bad Gateway"}};
+    return phrases.value(status, "Status");
 }
 
 QByteArray sseEvent(const QString &content)
