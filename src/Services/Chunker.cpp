@@ -83,6 +83,8 @@ QString rowChunk(QStringView prefix, const QStringList &headers, QStringView lin
     QString chunk(size, Qt::Uninitialized);
     QChar *out = chunk.data();
     const auto put = [&out](QStringView text) {
+        if (text.isEmpty()) // an empty view may have no storage at all, which memcpy must not be given
+            return;
         std::memcpy(static_cast<void *>(out), text.data(), size_t(text.size()) * sizeof(QChar));
         out += text.size();
     };

@@ -339,7 +339,8 @@ struct FastReader {
             return std::nullopt;
         if (buffer.size() < size + simdjson::SIMDJSON_PADDING)
             buffer.resize(size + simdjson::SIMDJSON_PADDING);
-        std::memcpy(buffer.data(), data.data(), size);
+        if (size > 0) // an empty line may have no storage at all, which memcpy must not be given
+            std::memcpy(buffer.data(), data.data(), size);
         std::memset(buffer.data() + size, 0, simdjson::SIMDJSON_PADDING);
         od::document document;
         if (parser.iterate(buffer.data(), size, buffer.size()).get(document))
