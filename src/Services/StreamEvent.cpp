@@ -327,6 +327,9 @@ bool hasControlCharacter(QByteArrayView data)
 // The reader and its padded copy of the line are kept per thread, so a read allocates nothing once warm.
 struct FastReader {
     od::parser parser;
+    // On-Demand checks only the parts it walks, and its walk can step over a misplaced ':' or ','; the
+    // DOM parser checks the whole grammar first, so only well-formed JSON is read on demand.
+    simdjson::dom::parser grammar;
     std::vector<char> buffer;
 
     std::optional<StreamEvent> read(QByteArrayView data)
@@ -342,6 +345,8 @@ struct FastReader {
         if (size > 0) // an empty line may have no storage at all, which memcpy must not be given
             std::memcpy(buffer.data(), data.data(), size);
         std::memset(buffer.data() + size, 0, simdjson::SIMDJSON_PADDING);
+        if (grammar.parse(reinterpret_cast<const uint8_t *>(buffer.data()), size, false).error())
+            return std::nullopt;
         od::document document;
         if (parser.iterate(buffer.data(), size, buffer.size()).get(document))
             return std::nullopt;

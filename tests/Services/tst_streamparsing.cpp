@@ -131,6 +131,9 @@ private slots:
         // A number Qt's parser cannot hold as a double makes the whole event unreadable.
         QTest::addRow("number beyond double")
             << R"(data: {"choices":[{"delta":{"content":""}}],"":1e908})" << ignore << "";
+        // Found by fuzzing: a value where a key belongs, after the delta was read.
+        QTest::addRow("colon after a value")
+            << R"(data: {"":2,"choices":[{"":0,"delta":{"":"","content":""},"":"":}}]})" << ignore << "";
         QTest::addRow("number too small for double")
             << R"(data: {"choices":[{"delta":{"content":"x"}}],"n":-1e-400})" << ignore << "";
         QTest::addRow("400-digit number")
