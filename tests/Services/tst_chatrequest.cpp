@@ -1,66 +1,56 @@
-#include "Services/InfomaniakAPI.h"
+#include "ProviderClient.h"
 #include "StreamCollector.h"
 #include "TestMain.h"
-#include "TestProvider.h"
 
 #include <QBuffer>
 #include <QImage>
 #include <QJsonArray>
-#include <QJsonObject>
 
 namespace {
 
-Attachment document(const QString &path)
+Attachment document(const QString &name, const QByteArray &bytes)
 {
-    return Attachment(AttachmentType::document(QUrl::fromLocalFile(path), QFileInfo(path).fileName()));
+    const QString path = TestEnvironment::writeFile(name, bytes);
+    return Attachment(AttachmentType::document(QUrl::fromLocalFile(path), name));
 }
 
 Attachment picture(int width, int height)
 {
-    QImage image(width, height, QImage::Format_ARGB32);
-    image.fill(QColor(200, 40, 40, 255));
     QByteArray png;
     QBuffer buffer(&png);
     buffer.open(QIODevice::WriteOnly);
+    QImage image(width, height, QImage::Format_RGB32);
+    image.fill(Qt::red);
     image.save(&buffer, "PNG");
     return Attachment(AttachmentType::image(ImageData::fromBytes(png)));
 }
 
-class Turn {
-public:
-    Turn()
-    {
-        if (!m_provider.listen())
-            qFatal("cannot listen");
-        qputenv("QUILLMOOR_API_BASE_URL", m_provider.baseUrl().toString().toUtf8());
-        qputenv("QUILLMOOR_API_KEY", "k");
-    }
-    // Sends one turn and returns the body the provider received.
-    QJsonObject send(const QString &message, const QList<Attachment> &attachments,
-                     const std::optional<QString> &prompt = QStringLiteral("Prompt"),
-                     const QList<HistoryEntry> &history = {})
-    {
-        m_provider.enqueueChat(TestProvider::Response::sse({QStringLiteral("ok")}));
-        const InfomaniakAPI api = InfomaniakAPI::fromEnvironment();
-        const CollectedStream result = readAll(
-            api.sendStreamingMessage(message, attachments, {}, QStringLiteral("qwen3"), prompt, history));
-        if (result.error)
-            qWarning() << result.error->fullText();
-        return m_provider.requests().last().json();
-    }
-
-private:
-    TestProvider m_provider;
-};
+// Sends one turn to a loopback provider and returns the body it received.
+QJsonObject sent(const QString &message, const QList<Attachment> &attachments,
+                 const std::optional<QString> &prompt = QStringLiteral("Prompt"),
+                 const QList<HistoryEntry> &history = {})
+{
+    TestProvider provider;
+    if (!provider.listen())
+        qFatal("cannot listen");
+    readAll(clientFor(provider)->sendStreamingMessage(message, attachments, {}, QStringLiteral("qwen3"),
+                                                      prompt, history));
+    return provider.requests().value(0).json();
+}
 
 QJsonValue userContent(const QJsonObject &body)
 {
     return body[QStringLiteral("messages")].toArray().last()[QStringLiteral("content")];
 }
 
-QString systemContent(const QJsonObject &body)
+// The size of the JPEG picture in a content part.
+QSize jpegSize(const QJsonValue &part)
 {
-    return body[QStringLiteral("messages")][0][QStringLiteral("content")].toString();
+    const QString url = part[QStringLiteral("image_url")][QStringLiteral("url")].toString();
+    const QString prefix = QStringLiteral("data:image/jpeg;base64,");
+    if (!url.startsWith(prefix) || url.contains(QLatin1Char('\n')))
+        return {};
+    return QImage::fromData(QByteArray::fromBase64(url.mid(prefix.size()).toLatin1()), "JPEG").size();
 }
 
 } // namespace
@@ -134,110 +124,76 @@ private slots:
         QCOMPARE(asked.requests("/embeddings").first().json().value("model").toString(), embeddingModel);
     }
 
+    // The whole history goes along, however long, between the system message and the question.
     void bodyShape()
     {
-        Turn turn;
-        const QJsonObject body = turn.send(QStringLiteral("Hallo"), {});
+        QList<HistoryEntry> history;
+        for (int i = 0; i < 300; ++i)
+            history.append(
+                {i % 2 ? QStringLiteral("assistant") : QStringLiteral("user"),
+                 i == 7 ? QString(50000, QLatin1Char('w')) : QStringLiteral("Nachricht %1").arg(i)});
+        const QJsonObject body = sent(QStringLiteral("Hallo"), {}, QStringLiteral("P"), history);
         QCOMPARE(body.keys(), QStringList({"messages", "model", "stream", "temperature"}));
         QCOMPARE(body.value(QStringLiteral("model")).toString(), QStringLiteral("qwen3"));
         QCOMPARE(body.value(QStringLiteral("temperature")).toDouble(), 0.4);
         QCOMPARE(body.value(QStringLiteral("stream")).toBool(), true);
         const QJsonArray messages = body.value(QStringLiteral("messages")).toArray();
-        QCOMPARE(messages.size(), 2);
-        QCOMPARE(messages[0].toObject().keys(), QStringList({"content", "role"}));
-        QCOMPARE(messages[0].toObject().value(QStringLiteral("role")).toString(), QStringLiteral("system"));
-        QCOMPARE(messages[1].toObject(), (QJsonObject{{"role", "user"}, {"content", "Hallo"}}));
-    }
-
-    void systemPrompt()
-    {
-        Turn turn;
-        const QString sentence = InfomaniakAPI::PlainStyleSentence;
-        QCOMPARE(systemContent(turn.send(QStringLiteral("x"), {}, std::nullopt)),
-                 QStringLiteral("Du bist ein hilfreicher und kompetenter Assistent.\n") + sentence);
-        QCOMPARE(systemContent(turn.send(QStringLiteral("x"), {}, QString())),
-                 QStringLiteral("\n") + sentence);
-    }
-
-    void historyIsSentWhole()
-    {
-        Turn turn;
-        QList<HistoryEntry> history;
-        const QString longText(50000, QLatin1Char('w'));
-        for (int i = 0; i < 300; ++i)
-            history.append({i % 2 ? QStringLiteral("assistant") : QStringLiteral("user"),
-                            i == 7 ? longText : QStringLiteral("Nachricht %1").arg(i)});
-        const QJsonArray messages = turn.send(QStringLiteral("x"), {}, QStringLiteral("P"), history)
-                                        .value(QStringLiteral("messages"))
-                                        .toArray();
         QCOMPARE(messages.size(), 302);
-        for (int i = 0; i < 300; ++i) {
-            QCOMPARE(messages[i + 1].toObject().value(QStringLiteral("role")).toString(), history[i].role);
-            QCOMPARE(messages[i + 1].toObject().value(QStringLiteral("content")).toString(),
-                     history[i].content);
-        }
+        QCOMPARE(messages[0].toObject().keys(), QStringList({"content", "role"}));
+        QCOMPARE(messages[0][QStringLiteral("role")].toString(), QStringLiteral("system"));
+        for (int i = 0; i < 300; ++i)
+            QCOMPARE(messages[i + 1].toObject(),
+                     (QJsonObject{{"role", history[i].role}, {"content", history[i].content}}));
+        QCOMPARE(messages[301].toObject(), (QJsonObject{{"role", "user"}, {"content", "Hallo"}}));
+
+        // Without a prompt the default one stands first; an empty one leaves its line empty.
+        const auto system = [](const QJsonObject &sentBody) {
+            return sentBody[QStringLiteral("messages")][0][QStringLiteral("content")].toString();
+        };
+        const QString sentence = InfomaniakAPI::PlainStyleSentence;
+        QCOMPARE(system(sent(QStringLiteral("x"), {}, std::nullopt)),
+                 QStringLiteral("Du bist ein hilfreicher und kompetenter Assistent.\n") + sentence);
+        QCOMPARE(system(sent(QStringLiteral("x"), {}, QString())), QStringLiteral("\n") + sentence);
     }
 
+    // Documents follow the question as text blocks (empty or unreadable ones are left out); long ones are
+    // cut at 30,000 characters, counted as the user sees them.
     void documentsBecomeTextBlocks()
     {
-        Turn turn;
-        const QString notes =
-            TestEnvironment::writeFile(QStringLiteral("notes.md"), "# Notizen\nZeile mit Umlaut: ä");
-        const QString empty = TestEnvironment::writeFile(QStringLiteral("leer.txt"), "");
-        const QString latin1 = TestEnvironment::writeFile(QStringLiteral("alt.txt"), "Gr\xfc\xdf"
-                                                                                     "e");
-        const QString csv = TestEnvironment::writeFile(QStringLiteral("daten.csv"), "a,b\n1,2\n");
-        const QJsonValue content = userContent(
-            turn.send(QString(), {document(notes), document(empty), document(latin1), document(csv)}));
-        QVERIFY(content.isString());
+        const Attachment notes = document(QStringLiteral("notes.md"), "# Notizen\nZeile mit Umlaut: ä");
+        const QJsonValue content =
+            userContent(sent(QStringLiteral("Frage"), {notes, document(QStringLiteral("leer.txt"), ""),
+                                                       document(QStringLiteral("alt.txt"), "Gr\xfc\xdf"
+                                                                                           "e"),
+                                                       document(QStringLiteral("daten.csv"), "a,b\n1,2\n")}));
         QCOMPARE(content.toString(),
-                 QStringLiteral("\n\n--- Dokument: notes.md ---\n# Notizen\nZeile mit Umlaut: ä\n"
+                 QStringLiteral("Frage\n\n--- Dokument: notes.md ---\n# Notizen\nZeile mit Umlaut: ä\n"
                                 "\n\n--- Dokument: daten.csv ---\na,b\n1,2\n\n"));
-        const QJsonValue withText = userContent(turn.send(QStringLiteral("Frage"), {document(notes)}));
-        QVERIFY(withText.toString().startsWith(QStringLiteral("Frage\n\n--- Dokument: notes.md ---\n")));
 
-        // Long documents are cut at 30,000 characters, counted as the user sees them.
-        const QString longFile = TestEnvironment::writeFile(QStringLiteral("lang.txt"),
-                                                            QStringLiteral("🇨🇭").repeated(30001).toUtf8());
-        const QString cut = userContent(turn.send(QString(), {document(longFile)})).toString();
-        const QString note =
-            QStringLiteral("\n\n[... Text wurde gekürzt, da das Dokument zu lang für den Kontext ist ...]");
-        QVERIFY(cut.endsWith(note + QLatin1Char('\n')));
+        const QString cut =
+            userContent(sent(QString(), {document(QStringLiteral("lang.txt"),
+                                                  QStringLiteral("🇨🇭").repeated(30001).toUtf8())}))
+                .toString();
+        QVERIFY(cut.endsWith(QStringLiteral(
+            "\n\n[... Text wurde gekürzt, da das Dokument zu lang für den Kontext ist ...]\n")));
         QCOMPARE(cut.count(QStringLiteral("🇨🇭")), 30000);
     }
 
+    // With pictures the question and the documents' text are the first part, the pictures follow as JPEG
+    // in the order they were attached.
     void picturesBecomeJpegParts()
     {
-        Turn turn;
-        const QString notes = TestEnvironment::writeFile(QStringLiteral("n.txt"), "Text");
-        const QJsonValue content =
-            userContent(turn.send(QStringLiteral("Was ist das?"), {picture(64, 48), document(notes)}));
-        QVERIFY(content.isArray());
-        const QJsonArray parts = content.toArray();
-        QCOMPARE(parts.size(), 2);
+        const QJsonArray parts =
+            userContent(sent(QStringLiteral("Was ist das?"),
+                             {picture(64, 48), document(QStringLiteral("n.txt"), "Text"), picture(16, 8)}))
+                .toArray();
+        QCOMPARE(parts.size(), 3);
         QCOMPARE(
             parts[0].toObject(),
             (QJsonObject{{"type", "text"}, {"text", "Was ist das?\n\n--- Dokument: n.txt ---\nText\n"}}));
-        QCOMPARE(parts[1].toObject().value(QStringLiteral("type")).toString(), QStringLiteral("image_url"));
-        const QString url =
-            parts[1].toObject()[QStringLiteral("image_url")].toObject()[QStringLiteral("url")].toString();
-        const QString prefix = QStringLiteral("data:image/jpeg;base64,");
-        QVERIFY(url.startsWith(prefix));
-        const QByteArray jpeg = QByteArray::fromBase64(url.mid(prefix.size()).toLatin1());
-        QVERIFY(!url.contains(QLatin1Char('\n')));
-        QCOMPARE(QImage::fromData(jpeg, "JPEG").size(), QSize(64, 48));
-
-        // Several pictures follow the text part in the order they were attached.
-        const QJsonValue order =
-            userContent(turn.send(QStringLiteral("a"), {picture(8, 8), picture(16, 16)}));
-        QCOMPARE(order.toArray().size(), 3);
-        const QString second = order.toArray()[2]
-                                   .toObject()[QStringLiteral("image_url")]
-                                   .toObject()[QStringLiteral("url")]
-                                   .toString();
-        QCOMPARE(
-            QImage::fromData(QByteArray::fromBase64(second.mid(prefix.size()).toLatin1()), "JPEG").size(),
-            QSize(16, 16));
+        QCOMPARE(parts[1][QStringLiteral("type")].toString(), QStringLiteral("image_url"));
+        QCOMPARE(jpegSize(parts[1]), QSize(64, 48));
+        QCOMPARE(jpegSize(parts[2]), QSize(16, 8));
     }
 };
 
