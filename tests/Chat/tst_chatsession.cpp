@@ -35,51 +35,35 @@ struct Fixture : SessionFixture {
 class TestChatSession : public QObject {
     Q_OBJECT
 private slots:
-    void nothingToSendDoesNothing()
+    // Nothing to send does nothing; a text of blanks goes as it stands. The answer streams into the message
+    // that comes with the turn, and the next turn carries the conversation as its history.
+    void turnsAndHistory()
     {
         Fixture f;
-        QVERIFY(!f.session->canSend());
         f.session->sendMessage();
         QVERIFY(f.messages().isEmpty());
         QVERIFY(!f.session->isLoading());
-
-        // A text of blanks is sent as it is.
-        f.provider.enqueueChat(Response::sse({QStringLiteral("ok")}));
-        QSignalSpy canSend(f.session.get(), &ChatSession::canSendChanged);
-        f.send(QStringLiteral("   "));
-        QCOMPARE(canSend.count(), 2); // on with the text, off when it goes
-        QVERIFY(f.session->isLoading());
-        QCOMPARE(f.session->inputText(), QString());
-        QVERIFY(f.waitForTurn());
-        QCOMPARE(f.messages().first().text(), QStringLiteral("   "));
-        QCOMPARE(f.messages().last().text(), QStringLiteral("ok"));
-    }
-
-    void answerStreamsIntoTheLastMessageAndHistoryFollows()
-    {
-        Fixture f;
         f.provider.enqueueChat(Response::sse({QStringLiteral("Hal"), QStringLiteral("lo")}, true, 5));
         f.send(QStringLiteral("Erste Frage"));
+        QVERIFY(f.session->isLoading());
+        QCOMPARE(f.session->inputText(), QString());
         QCOMPARE(f.messages().size(), 1); // the answer's message comes with the turn, a moment later
         QVERIFY(f.waitForTurn());
-        QCOMPARE(f.messages().size(), 2);
         QCOMPARE(f.messages()[1].text(), QStringLiteral("Hallo"));
-        QVERIFY(!f.messages()[1].isUser());
 
         f.provider.enqueueChat(Response::sse({QStringLiteral("Zwei")}));
-        f.send(QStringLiteral("Zweite Frage"));
+        f.send(QStringLiteral("   "));
         QVERIFY(f.waitForTurn());
-        const QJsonArray first = f.provider.requests()[0].json().value(QStringLiteral("messages")).toArray();
-        QCOMPARE(first.size(), 2); // system and user: an empty history
+        QCOMPARE(f.provider.requests()[0].json()[QStringLiteral("messages")].toArray().size(), 2);
         const QJsonObject body = f.provider.requests()[1].json();
-        const QJsonArray messages = body.value(QStringLiteral("messages")).toArray();
-        QCOMPARE(messages.size(), 4);
-        QCOMPARE(messages[0].toObject().value(QStringLiteral("content")).toString(),
-                 QStringLiteral("Sei nett.\n") + InfomaniakAPI::PlainStyleSentence);
-        QCOMPARE(messages[1].toObject(), (QJsonObject{{"role", "user"}, {"content", "Erste Frage"}}));
-        QCOMPARE(messages[2].toObject(), (QJsonObject{{"role", "assistant"}, {"content", "Hallo"}}));
-        QCOMPARE(messages[3].toObject(), (QJsonObject{{"role", "user"}, {"content", "Zweite Frage"}}));
-        QCOMPARE(body.value(QStringLiteral("model")).toString(), QStringLiteral("mistral3"));
+        QCOMPARE(body[QStringLiteral("model")].toString(), QStringLiteral("mistral3"));
+        QCOMPARE(body[QStringLiteral("messages")].toArray(),
+                 (QJsonArray{QJsonObject{{"role", "system"},
+                                         {"content",
+                                          QStringLiteral("Sei nett.\n") + InfomaniakAPI::PlainStyleSentence}},
+                             QJsonObject{{"role", "user"}, {"content", "Erste Frage"}},
+                             QJsonObject{{"role", "assistant"}, {"content", "Hallo"}},
+                             QJsonObject{{"role", "user"}, {"content", "   "}}}));
     }
 
     // Knowledge files are read on threads of their own: a question asked while large documents are being
@@ -89,10 +73,9 @@ private slots:
         Fixture f;
         QThreadPool::globalInstance()->setMaxThreadCount(2);
         QTemporaryDir dir;
-        QList<QUrl> documents;
-        for (int d = 0; d < 3; ++d) {
-            const QString path = dir.filePath(QStringLiteral("Handbuch %1.pdf").arg(d));
-            QPdfWriter writer(path);
+        const QString first = dir.filePath(QStringLiteral("Handbuch 0.pdf"));
+        {
+            QPdfWriter writer(first);
             writer.setResolution(72);
             QPainter painter(&writer);
             for (int page = 0; page < 150; ++page) {
@@ -104,8 +87,11 @@ private slots:
                                          .arg(page)
                                          .arg(line));
             }
-            painter.end();
-            documents.append(QUrl::fromLocalFile(path));
+        }
+        QList<QUrl> documents{QUrl::fromLocalFile(first)};
+        for (const QString &name : {QStringLiteral("Handbuch 1.pdf"), QStringLiteral("Handbuch 2.pdf")}) {
+            QVERIFY(QFile::copy(first, dir.filePath(name)));
+            documents.append(QUrl::fromLocalFile(dir.filePath(name)));
         }
         const auto extracted = [] {
             QFile log(DebugLog::filePath());
@@ -130,6 +116,8 @@ private slots:
         QCOMPARE(extracted() - before, 3);
     }
 
+    // A broken transfer keeps what came and notes the error in the answer; the next turn can go, and an HTTP
+    // error reads as the provider's status.
     void errorIsNotedInTheAnswer()
     {
         Fixture f;
@@ -148,7 +136,6 @@ private slots:
                  QStringLiteral("Teil\n[Fehler: ") + description + QLatin1Char(']'));
         QVERIFY(console.contains(QStringLiteral("Error sending message: ") + description));
 
-        // The next message can be sent, and an HTTP error reads as the provider's status.
         f.provider.enqueueChat(Response::text(401, "nope"));
         f.send(QStringLiteral("Nochmal"));
         QVERIFY(f.waitForTurn());
@@ -168,23 +155,16 @@ private slots:
     {
         QFETCH(bool, streaming);
         Fixture f;
-        Response slow;
-        slow.pieces.append({"data: {\"choices\":[{\"delta\":{\"content\":\"x\"}}]}\n", 3000});
-        f.provider.enqueueChat(slow);
+        f.provider.enqueueChat(Response::sse({QStringLiteral("x")}, true, 3000));
         QSignalSpy finished(f.session.get(), &ChatSession::turnFinished);
         f.send(QStringLiteral("Frage"));
-        if (streaming) {
+        if (streaming)
             QTRY_COMPARE(f.provider.requests().size(), 1);
-            QVERIFY(f.session->isLoading());
-        }
         f.session->cancelStreaming();
         QVERIFY(!f.session->isLoading());
         QVERIFY(finished.wait(5000));
         QVERIFY(!finished.first().at(0).toBool());
         QTRY_COMPARE(f.provider.openConnections(), 0);
-        QCOMPARE(f.messages().size(), 2);
-        QVERIFY(!f.messages().last().isUser());
-        QCOMPARE(f.messages().last().text(), QString());
         QCOMPARE(f.provider.requests().size(), streaming ? 1 : 0);
 
         f.provider.clearScript();
@@ -197,7 +177,8 @@ private slots:
     }
 
     // Return during an answer sends nothing: the typed text waits, and no second turn writes into the answer.
-    void sendingWhileAnAnswerStreams()
+    // Clearing the conversation during a turn drops the pieces that come after.
+    void sendingAndClearingWhileAnAnswerStreams()
     {
         Fixture f;
         f.provider.enqueueChat(
@@ -205,7 +186,6 @@ private slots:
         f.provider.enqueueChat(Response::sse({QStringLiteral("b1 "), QStringLiteral("b2")}, true, 10));
         f.send(QStringLiteral("Erste"));
         QTRY_VERIFY(f.messages().size() == 2 && !f.messages().last().text().isEmpty());
-        QVERIFY(f.session->isLoading());
         f.session->setInputText(QStringLiteral("Zweite"));
         QVERIFY(!f.session->canSend());
         f.session->sendMessage();
@@ -219,31 +199,25 @@ private slots:
         f.session->sendMessage();
         QVERIFY(f.waitForTurn());
         QCOMPARE(f.messages().size(), 4);
-        QCOMPARE(f.messages()[2].text(), QStringLiteral("Zweite"));
         QCOMPARE(f.messages()[3].text(), QStringLiteral("b1 b2"));
-    }
 
-    void clearingDuringATurn()
-    {
-        Fixture f;
-        f.provider.enqueueChat(Response::sse({QStringLiteral("a"), QStringLiteral("b")}, true, 300));
-        f.send(QStringLiteral("Frage"));
-        QTRY_COMPARE(f.messages().size(), 2);
+        f.provider.enqueueChat(Response::sse({QStringLiteral("c"), QStringLiteral("d")}, true, 300));
+        f.send(QStringLiteral("Dritte"));
+        QTRY_COMPARE(f.messages().size(), 6);
         Notifier::instance().post(Notifier::ClearChatMemory);
         QTRY_VERIFY(f.messages().isEmpty());
         QVERIFY(f.waitForTurn());
-        QVERIFY(f.messages().isEmpty()); // pieces that came meanwhile were dropped
+        QVERIFY(f.messages().isEmpty());
         QVERIFY(!f.session->isLoading());
     }
 
+    // Pictures to a model that cannot see are refused after a moment, and nothing is sent. Documents alone go
+    // to any model; pictures go to a model outside the catalogue.
     void visionCheck()
     {
         Fixture f;
         const QString picture = TestEnvironment::writePicture(QStringLiteral("Foto.PNG"));
         f.attach(picture);
-        QCOMPARE(f.session->pendingAttachments()->size(), 1);
-        QVERIFY(f.session->pendingAttachments()->list().first().type().isImage());
-
         QSignalSpy refused(f.session.get(), &ChatSession::visionRefusalPosted);
         f.send(QStringLiteral("Was siehst du?"));
         QCOMPARE(f.messages().size(), 1);
@@ -254,28 +228,22 @@ private slots:
         QCOMPARE(f.messages().last().text(), ChatSession::VisionRefusal);
         QVERIFY(f.provider.requests().isEmpty());
 
-        // Documents alone go to any model; pictures go to a model that sees, or one outside the catalogue.
-        f.provider.enqueueChat(Response::sse({QStringLiteral("ok")}));
         f.attach(TestEnvironment::writeFile(QStringLiteral("notiz.txt"), "Notiz"));
         f.send(QString());
         QVERIFY(f.waitForTurn());
-        QCOMPARE(f.messages()[2].text(), QString());
         QCOMPARE(f.provider.requests().size(), 1);
 
-        for (const QString &model : {QStringLiteral("qwen3"), QStringLiteral("unbekannt")}) {
-            f.settings.setSelectedModel(model);
-            f.provider.enqueueChat(Response::sse({QStringLiteral("Ein Bild")}));
-            f.attach(picture);
-            f.send(QStringLiteral("Und jetzt?"));
-            QVERIFY(f.waitForTurn());
-            const QJsonArray parts = f.provider.requests()
-                                         .last()
-                                         .json()[QStringLiteral("messages")]
-                                         .toArray()
-                                         .last()[QStringLiteral("content")]
-                                         .toArray();
-            QCOMPARE(parts.size(), 2);
-        }
+        f.settings.setSelectedModel(QStringLiteral("unbekannt"));
+        f.attach(picture);
+        f.send(QStringLiteral("Und jetzt?"));
+        QVERIFY(f.waitForTurn());
+        const QJsonArray parts = f.provider.requests()
+                                     .last()
+                                     .json()[QStringLiteral("messages")]
+                                     .toArray()
+                                     .last()[QStringLiteral("content")]
+                                     .toArray();
+        QCOMPARE(parts.size(), 2);
     }
 
     // Names and models are the user's text: a "%1" in them is printed as it stands.
