@@ -5,7 +5,6 @@
 #include "SessionFixture.h"
 #include "TestMain.h"
 
-#include <QElapsedTimer>
 #include <QJsonArray>
 #include <QPainter>
 #include <QPdfWriter>
