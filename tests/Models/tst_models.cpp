@@ -33,12 +33,10 @@ private slots:
         QVERIFY(!(Message(QStringLiteral("Hal"), false) == original));
 
         const AttachmentType doc = AttachmentType::document(QUrl::fromLocalFile("/tmp/a.pdf"), "a.pdf");
-        QVERIFY(!(doc == AttachmentType::document(QUrl::fromLocalFile("/tmp/a.pdf"), "b.pdf")));
         QVERIFY(!(Attachment(doc) == Attachment(doc)));
         const ImageRef first = ImageData::fromBytes(png({4, 4}));
         QVERIFY(AttachmentType::image(first) == AttachmentType::image(first));
         QVERIFY(!(AttachmentType::image(first) == AttachmentType::image(ImageData::fromBytes(png({4, 4})))));
-        QVERIFY(!(AttachmentType::image(first) == doc));
     }
 
     void imageData()

@@ -28,7 +28,6 @@ class TestDebugLog : public QObject {
     Q_OBJECT
 private slots:
     void init() { QFile::remove(DebugLog::filePath()); }
-    void cleanup() { QLocale::setDefault(QLocale::c()); }
 
     // The start replaces the last run's log with a header; each entry goes to the log and, unchanged, to
     // the console.
@@ -54,37 +53,30 @@ private slots:
         QCOMPARE(shape.match(entry).captured(2), message);
     }
 
-    void timeOfDayFollowsLocale_data()
-    {
-        QTest::addColumn<QString>("locale");
-        QTest::addColumn<QString>("pattern");
-        QTest::addRow("German") << QStringLiteral("de_DE") << QStringLiteral("^\\d\\d:\\d\\d:\\d\\d$");
-        QTest::addRow("English") << QStringLiteral("en_US")
-                                 << QStringLiteral("^\\d{1,2}:\\d\\d:\\d\\d\\s(AM|PM)$");
-    }
     void timeOfDayFollowsLocale()
     {
-        QFETCH(QString, locale);
-        QFETCH(QString, pattern);
-        QLocale::setDefault(QLocale(locale));
-        const QString time = DebugLog::timeOfDay();
-        QVERIFY2(QRegularExpression(pattern).match(time).hasMatch(), qPrintable(time));
+        QLocale::setDefault(QLocale(QStringLiteral("de_DE")));
+        const QString german = DebugLog::timeOfDay();
+        QLocale::setDefault(QLocale(QStringLiteral("en_US")));
+        const QString english = DebugLog::timeOfDay();
+        QLocale::setDefault(QLocale::c());
+        QVERIFY2(QRegularExpression(QStringLiteral("^\\d\\d:\\d\\d:\\d\\d$")).match(german).hasMatch(),
+                 qPrintable(german));
+        QVERIFY2(QRegularExpression(QStringLiteral("^\\d{1,2}:\\d\\d:\\d\\d\\s(AM|PM)$"))
+                     .match(english)
+                     .hasMatch(),
+                 qPrintable(english));
     }
 
-    void deletedLogComesBackWithoutHeader()
+    // A deleted log comes back without its header; without a Desktop the entry still reaches the console,
+    // and no Desktop is made.
+    void entriesWithoutTheFile()
     {
         DebugLog::start();
-        DebugLog::log(QStringLiteral("before"));
         QVERIFY(QFile::remove(DebugLog::filePath()));
         DebugLog::log(QStringLiteral("after"));
-        const QString text = readLog();
-        QVERIFY(text.startsWith(QLatin1Char('[')));
-        QVERIFY(text.endsWith(QStringLiteral("] after\n")));
-        QCOMPARE(text.count(QLatin1Char('\n')), 1);
-    }
+        QVERIFY(QRegularExpression(QStringLiteral("^\\[[^\\]]+\\] after\\n$")).match(readLog()).hasMatch());
 
-    void missingDesktopIsNotCreated()
-    {
         QTemporaryDir otherHome;
         const QByteArray savedHome = qgetenv("HOME");
         qputenv("HOME", otherHome.path().toUtf8());

@@ -5,41 +5,66 @@
 #include <QJsonDocument>
 #include <QPointer>
 #include <QRegularExpression>
-#include <QTcpServer>
 #include <QTcpSocket>
 #include <QTimer>
 
+#include <algorithm>
 #include <cmath>
-#include <optional>
 
 namespace {
 
-QByteArray reasonPhrase(int status)
-{
-    static const QHash<int, QByteArray> phrases{{200, "OK"},
-                                                {307, "Temporary Redirect"},
-                                                {308, "Permanent Redirect"},
-                                                {400, "Bad Request"},
-                                                {401, "Unauthorized"},
-                                                {404, "Not Found"},
-                                                {429, "Too Many Requests"},
-                                                {500, "Internal Server Error"},
-                                                {502, "Bad Gateway"}};
-    return phrases.value(status, "Status");
-}
+using Response = TestProvider::Response;
 
 QByteArray sseEvent(const QString &content)
 {
-    QJsonObject delta{{QStringLiteral("content"), content}};
-    QJsonObject choice{{QStringLiteral("index"), 0}, {QStringLiteral("delta"), delta}};
-    QJsonObject event{{QStringLiteral("object"), QStringLiteral("chat.completion.chunk")},
-                      {QStringLiteral("choices"), QJsonArray{choice}}};
+    const QJsonObject choice{{"index", 0}, {"delta", QJsonObject{{"content", content}}}};
+    const QJsonObject event{{"object", "chat.completion.chunk"}, {"choices", QJsonArray{choice}}};
     return "data: " + QJsonDocument(event).toJson(QJsonDocument::Compact) + "\n\n";
+}
+
+// A friendly echo in Markdown: the question, the model, the history's length, the pictures and whether
+// knowledge came with it.
+Response defaultChatAnswer(const QJsonObject &request, int delayMs)
+{
+    const QJsonArray messages = request["messages"].toArray();
+    const QJsonValue content = messages.at(messages.size() - 1)["content"];
+    const QJsonArray parts = content.toArray();
+    const QString question = (content.isArray() ? parts.at(0)["text"] : content)
+                                 .toString()
+                                 .section(QStringLiteral("\n\n--- Dokument: "), 0, 0)
+                                 .trimmed();
+    QString answer =
+        QStringLiteral("## Testanbieter\n\nDu hast geschrieben: **%1**\n\n- Modell: `%2`\n"
+                       "- Verlauf: %3 Nachrichten\n")
+            .arg(question.left(200), request["model"].toString(), QString::number(messages.size()));
+    if (parts.size() > 1)
+        answer += QStringLiteral("- Bilder: %1\n").arg(parts.size() - 1);
+    answer += messages.at(0)["content"].toString().startsWith(QStringLiteral("<database_schema>"))
+                  ? QStringLiteral("- Wissen: *aus deinen Dateien*\n")
+                  : QStringLiteral("- Wissen: keines\n");
+    answer += QStringLiteral("\nDies ist eine Antwort des lokalen Testanbieters.");
+    static const QRegularExpression wordEnd(QStringLiteral("(?<=\\s)"));
+    Response r = Response::sse(answer.split(wordEnd, Qt::SkipEmptyParts), true, delayMs);
+    r.pieces.prepend({": test provider\n\n", 0});
+    return r;
+}
+
+Response defaultEmbeddings(const QJsonObject &request)
+{
+    QJsonArray data;
+    for (const QJsonValue &input : request["input"].toArray()) {
+        QJsonArray vector;
+        for (double x : TestProvider::bagOfWordsVector(input.toString()))
+            vector.append(x);
+        data.append(QJsonObject{{"object", "embedding"}, {"index", int(data.size())}, {"embedding", vector}});
+    }
+    return Response::json(
+        200, QJsonDocument(QJsonObject{{"object", "list"}, {"data", data}}).toJson(QJsonDocument::Compact));
 }
 
 } // namespace
 
-TestProvider::Response TestProvider::Response::sse(const QStringList &contents, bool done, int delayMs)
+Response Response::sse(const QStringList &contents, bool done, int delayMs)
 {
     Response r;
     for (const QString &c : contents)
@@ -49,13 +74,12 @@ TestProvider::Response TestProvider::Response::sse(const QStringList &contents, 
     return r;
 }
 
-TestProvider::Response TestProvider::Response::json(int status, const QByteArray &body)
+Response Response::json(int status, const QByteArray &body)
 {
     return text(status, body, "application/json");
 }
 
-TestProvider::Response TestProvider::Response::text(int status, const QByteArray &body,
-                                                    const QByteArray &contentType)
+Response Response::text(int status, const QByteArray &body, const QByteArray &contentType)
 {
     Response r;
     r.status = status;
@@ -65,20 +89,17 @@ TestProvider::Response TestProvider::Response::text(int status, const QByteArray
     return r;
 }
 
-TestProvider::Response TestProvider::Response::modelList(const QStringList &ids)
+Response Response::modelList(const QStringList &ids)
 {
     QJsonArray data;
     for (const QString &id : ids)
-        data.append(QJsonObject{{QStringLiteral("id"), id},
-                                {QStringLiteral("object"), QStringLiteral("model")},
-                                {QStringLiteral("created"), 0},
-                                {QStringLiteral("owned_by"), QStringLiteral("test-provider")}});
-    const QJsonObject body{{QStringLiteral("object"), QStringLiteral("list")},
-                           {QStringLiteral("data"), data}};
-    return json(200, QJsonDocument(body).toJson(QJsonDocument::Compact));
+        data.append(
+            QJsonObject{{"id", id}, {"object", "model"}, {"created", 0}, {"owned_by", "test-provider"}});
+    return json(
+        200, QJsonDocument(QJsonObject{{"object", "list"}, {"data", data}}).toJson(QJsonDocument::Compact));
 }
 
-TestProvider::Response TestProvider::Response::redirect(int status, const QByteArray &location)
+Response Response::redirect(int status, const QByteArray &location)
 {
     Response r = text(status, "<html><body>Moved to " + location + "</body></html>\n", "text/html");
     r.headers.append({"Location", location});
@@ -97,34 +118,11 @@ TestProvider::TestProvider(QObject *parent)
     connect(m_server, &QTcpServer::newConnection, this, &TestProvider::onNewConnection);
 }
 
-TestProvider::~TestProvider() = default;
-
-bool TestProvider::listen(const QHostAddress &address, quint16 port)
-{
-    return m_server->listen(address, port);
-}
-
-quint16 TestProvider::port() const
-{
-    return m_server->serverPort();
-}
-
-QUrl TestProvider::baseUrl() const
-{
-    return QUrl(QStringLiteral("http://127.0.0.1:%1/v1").arg(port()));
-}
-
-void TestProvider::enqueue(const QByteArray &pathSuffix, const Response &response)
-{
-    m_script.append({pathSuffix, response});
-}
-
 QList<TestProvider::Request> TestProvider::requests(const QByteArray &pathSuffix) const
 {
     QList<Request> result;
-    for (const Request &r : m_requests)
-        if (r.path.endsWith(pathSuffix))
-            result.append(r);
+    std::copy_if(m_requests.cbegin(), m_requests.cend(), std::back_inserter(result),
+                 [&](const Request &r) { return r.path.endsWith(pathSuffix); });
     return result;
 }
 
@@ -171,16 +169,12 @@ void TestProvider::onReadyRead(QTcpSocket *socket)
 
 void TestProvider::respond(QTcpSocket *socket, const Request &request)
 {
-    std::optional<Response> scripted;
-    for (qsizetype i = 0; i < m_script.size(); ++i) {
-        if (request.path.endsWith(m_script[i].first)) {
-            scripted = m_script.takeAt(i).second;
-            break;
-        }
-    }
+    const auto scripted = std::find_if(m_script.begin(), m_script.end(),
+                                       [&](const auto &entry) { return request.path.endsWith(entry.first); });
     Response response;
-    if (scripted) {
-        response = *scripted;
+    if (scripted != m_script.end()) {
+        response = scripted->second;
+        m_script.erase(scripted);
     } else if (request.path.endsWith("/embeddings")) {
         response = defaultEmbeddings(request.json());
         response.pieces.first().delayMs = m_defaultDelayMs; // a provider that takes its time to answer
@@ -191,43 +185,37 @@ void TestProvider::respond(QTcpSocket *socket, const Request &request)
     } else {
         response = Response::json(404, R"({"error":{"message":"Unknown path","code":"not_found"}})");
     }
-
     if (response.neverAnswer)
         return;
 
-    QByteArray head =
-        "HTTP/1.1 " + QByteArray::number(response.status) + ' ' + reasonPhrase(response.status) + "\r\n";
-    head += "Content-Type: " + response.contentType + "\r\n";
+    // Clients read only the status code, not the reason phrase.
+    QByteArray head = "HTTP/1.1 " + QByteArray::number(response.status) +
+                      (response.status == 200 ? " OK" : " Error") +
+                      "\r\nContent-Type: " + response.contentType + "\r\n";
     for (const auto &[name, value] : response.headers)
         head += name + ": " + value + "\r\n";
     if (response.framing == Framing::Chunked) {
         head += "Transfer-Encoding: chunked\r\n";
     } else if (response.framing == Framing::ContentLength) {
-        qsizetype total = 0;
+        qsizetype total = response.abortAfterPieces ? 1000 : 0; // promise more than will come
         for (const Piece &p : response.pieces)
             total += p.bytes.size();
-        if (response.abortAfterPieces)
-            total += 1000; // promise more than will come
         head += "Content-Length: " + QByteArray::number(total) + "\r\n";
     }
-    head += "Connection: close\r\n\r\n";
-    socket->write(head);
-    if (response.stallAfterHeads)
-        return;
-    writePieces(socket, response, 0);
+    socket->write(head + "Connection: close\r\n\r\n");
+    if (!response.stallAfterHeads)
+        writePieces(socket, response, 0);
 }
 
 void TestProvider::writePieces(QTcpSocket *socket, Response response, int index)
 {
-    QPointer<QTcpSocket> guard(socket);
-    while (index < response.pieces.size()) {
-        const Piece &piece = response.pieces[index];
+    for (; index < response.pieces.size(); ++index) {
+        const Piece piece = response.pieces[index];
         if (piece.delayMs > 0) {
-            Response rest = response;
-            rest.pieces[index].delayMs = 0;
-            QTimer::singleShot(piece.delayMs, this, [this, guard, rest, index] {
+            response.pieces[index].delayMs = 0;
+            QTimer::singleShot(piece.delayMs, this, [this, guard = QPointer(socket), response, index] {
                 if (guard)
-                    writePieces(guard, rest, index);
+                    writePieces(guard, response, index);
             });
             return;
         }
@@ -235,13 +223,7 @@ void TestProvider::writePieces(QTcpSocket *socket, Response response, int index)
             socket->write(QByteArray::number(piece.bytes.size(), 16) + "\r\n" + piece.bytes + "\r\n");
         else
             socket->write(piece.bytes);
-        ++index;
     }
-    finish(socket, response);
-}
-
-void TestProvider::finish(QTcpSocket *socket, const Response &response)
-{
     if (response.abortAfterPieces) {
         socket->flush();
         socket->abort();
@@ -252,72 +234,19 @@ void TestProvider::finish(QTcpSocket *socket, const Response &response)
     socket->disconnectFromHost();
 }
 
-TestProvider::Response TestProvider::defaultChatAnswer(const QJsonObject &request, int delayMs)
-{
-    const QJsonArray messages = request.value(QStringLiteral("messages")).toArray();
-    const QJsonValue content =
-        messages.isEmpty() ? QJsonValue() : messages.last().toObject().value(QStringLiteral("content"));
-    QString question = content.isArray()
-                           ? content.toArray().first().toObject().value(QStringLiteral("text")).toString()
-                           : content.toString();
-    const int images = content.isArray() ? int(content.toArray().size()) - 1 : 0;
-    const bool knowledge = messages.first()
-                               .toObject()
-                               .value(QStringLiteral("content"))
-                               .toString()
-                               .startsWith(QStringLiteral("<database_schema>"));
-    question = question.section(QStringLiteral("\n\n--- Dokument: "), 0, 0).trimmed();
-
-    QString answer =
-        QStringLiteral("## Testanbieter\n\nDu hast geschrieben: **%1**\n\n").arg(question.left(200));
-    answer += QStringLiteral("- Modell: `%1`\n").arg(request.value(QStringLiteral("model")).toString());
-    answer += QStringLiteral("- Verlauf: %1 Nachrichten\n").arg(messages.size());
-    if (images > 0)
-        answer += QStringLiteral("- Bilder: %1\n").arg(images);
-    answer +=
-        knowledge ? QStringLiteral("- Wissen: *aus deinen Dateien*\n") : QStringLiteral("- Wissen: keines\n");
-    answer += QStringLiteral("\nDies ist eine Antwort des lokalen Testanbieters.");
-
-    QStringList pieces;
-    static const QRegularExpression wordEnd(QStringLiteral("(?<=\\s)"));
-    for (const QString &p : answer.split(wordEnd, Qt::SkipEmptyParts))
-        pieces.append(p);
-    Response r = Response::sse(pieces, true, delayMs);
-    r.pieces.prepend({": test provider\n\n", 0});
-    return r;
-}
-
 QList<double> TestProvider::bagOfWordsVector(const QString &text, int dimensions)
 {
     QList<double> v(dimensions, 0.0);
     static const QRegularExpression split(QStringLiteral("[^\\p{L}\\p{N}]+"));
     for (const QString &word : text.toLower().split(split, Qt::SkipEmptyParts)) {
         const QByteArray hash = QCryptographicHash::hash(word.toUtf8(), QCryptographicHash::Md5);
-        const int slot = int(quint8(hash[0]) | (quint8(hash[1]) << 8)) % dimensions;
-        v[slot] += 1.0;
+        v[int(quint8(hash[0]) | (quint8(hash[1]) << 8)) % dimensions] += 1.0;
     }
     v[dimensions - 1] += 0.01; // never the zero vector
     double norm = 0;
     for (double x : v)
         norm += x * x;
-    norm = std::sqrt(norm);
     for (double &x : v)
-        x /= norm;
+        x /= std::sqrt(norm);
     return v;
-}
-
-TestProvider::Response TestProvider::defaultEmbeddings(const QJsonObject &request)
-{
-    QJsonArray data;
-    int index = 0;
-    for (const QJsonValue &input : request.value(QStringLiteral("input")).toArray()) {
-        QJsonArray vector;
-        for (double x : bagOfWordsVector(input.toString()))
-            vector.append(x);
-        data.append(QJsonObject{{QStringLiteral("object"), QStringLiteral("embedding")},
-                                {QStringLiteral("index"), index++},
-                                {QStringLiteral("embedding"), vector}});
-    }
-    QJsonObject body{{QStringLiteral("object"), QStringLiteral("list")}, {QStringLiteral("data"), data}};
-    return Response::json(200, QJsonDocument(body).toJson(QJsonDocument::Compact));
 }

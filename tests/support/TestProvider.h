@@ -9,9 +9,9 @@
 #include <QPair>
 #include <QSet>
 #include <QStringList>
+#include <QTcpServer>
 #include <QUrl>
 
-class QTcpServer;
 class QTcpSocket;
 
 // A loopback server that speaks the provider's OpenAI-compatible API. Tests script its answers (status,
@@ -60,15 +60,20 @@ public:
     };
 
     explicit TestProvider(QObject *parent = nullptr);
-    ~TestProvider() override;
 
-    bool listen(const QHostAddress &address = QHostAddress::LocalHost, quint16 port = 0);
-    quint16 port() const;
+    bool listen(const QHostAddress &address = QHostAddress::LocalHost, quint16 port = 0)
+    {
+        return m_server->listen(address, port);
+    }
+    quint16 port() const { return m_server->serverPort(); }
     // The OpenAI-compatible root, for QUILLMOOR_API_BASE_URL.
-    QUrl baseUrl() const;
+    QUrl baseUrl() const { return QUrl(QStringLiteral("http://127.0.0.1:%1/v1").arg(port())); }
 
     // Scripted answers, taken in order; a path is matched by its ending ("/chat/completions", "/embeddings").
-    void enqueue(const QByteArray &pathSuffix, const Response &response);
+    void enqueue(const QByteArray &pathSuffix, const Response &response)
+    {
+        m_script.append({pathSuffix, response});
+    }
     void enqueueChat(const Response &response) { enqueue("/chat/completions", response); }
     void enqueueEmbeddings(const Response &response) { enqueue("/embeddings", response); }
     void enqueueModels(const Response &response) { enqueue("/models", response); }
@@ -79,13 +84,10 @@ public:
     QList<Request> requests(const QByteArray &pathSuffix) const;
     void clearRequests() { m_requests.clear(); }
 
-    // What the unscripted provider does: the chat answer streams back a friendly echo word by word,
-    // embeddings are hashed bags of words, so similar texts get similar vectors, and the model list names
-    // DefaultModels (any model name is answered alike; an empty list set here answers 404, as servers
-    // without a list do).
+    // Unscripted, the chat answer streams back a friendly echo word by word, embeddings are hashed bags of
+    // words, so similar texts get similar vectors, and the model list names DefaultModels (any model name
+    // is answered alike; an empty list set here answers 404, as servers without a list do).
     static inline const QStringList DefaultModels = {QStringLiteral("qwen3"), QStringLiteral("test-echo")};
-    static Response defaultChatAnswer(const QJsonObject &request, int delayMs);
-    static Response defaultEmbeddings(const QJsonObject &request);
     static QList<double> bagOfWordsVector(const QString &text, int dimensions = 64);
     // Pause between the unscripted chat answer's pieces, and before the unscripted embeddings answer.
     void setDefaultDelayMs(int ms) { m_defaultDelayMs = ms; }
@@ -101,7 +103,6 @@ private:
     void onReadyRead(QTcpSocket *socket);
     void respond(QTcpSocket *socket, const Request &request);
     void writePieces(QTcpSocket *socket, Response response, int index);
-    void finish(QTcpSocket *socket, const Response &response);
 
     QTcpServer *m_server;
     QHash<QTcpSocket *, QByteArray> m_buffers;
