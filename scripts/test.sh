@@ -9,7 +9,5 @@ export QT_QPA_PLATFORM=offscreen
 # a sanitizer). Undefined behaviour stops the test that meets it.
 export TSAN_OPTIONS="suppressions=$PWD/tests/support/tsan-qt.supp ${TSAN_OPTIONS:-}"
 export LSAN_OPTIONS="suppressions=$PWD/tests/support/lsan-qt.supp print_suppressions=0 ${LSAN_OPTIONS:-}"
-# Debian's Qt has no frame pointers: full unwinding gives leak reports the Qt frames the suppressions name.
-export ASAN_OPTIONS="fast_unwind_on_malloc=0 ${ASAN_OPTIONS:-}"
 export UBSAN_OPTIONS="print_stacktrace=1 halt_on_error=1 ${UBSAN_OPTIONS:-}"
 ctest --test-dir "${QUILLMOOR_BUILD_DIR:-build}" --output-on-failure -j"$(nproc)"

@@ -154,7 +154,8 @@ run_pass() { # name, compositor (yes/no), scale
 
   rm -rf "$WORK/home" && mkdir -p "$WORK/home"
   HOME="$WORK/home" XDG_CONFIG_HOME="$WORK/home/.config" QUILLMOOR_API_BASE_URL="$base" \
-    QT_QPA_PLATFORM=xcb QT_SCALE_FACTOR="$scale" "$APP" >"$WORK/app.log" 2>&1 &
+    QT_QPA_PLATFORM=xcb QT_SCALE_FACTOR="$scale" QT_LOGGING_RULES="quillmoor.app.info=true" \
+    "$APP" >"$WORK/app.log" 2>&1 &
   PIDS+=($!)
 
   local chat
@@ -168,7 +169,9 @@ run_pass() { # name, compositor (yes/no), scale
     return
   fi
 
-  # Typing right after launch goes into the question field.
+  # Typing right after launch goes into the question field: once the window shows its first frame, as a person
+  # sees it (a sanitizer build may take seconds for it).
+  eventually 30 grep -q 'first frame' "$WORK/app.log"
   check "the chat window has the keyboard at launch" eventually 5 has_keyboard "$chat"
   xdotool type --delay 15 "Hallo"
   xdotool key Return

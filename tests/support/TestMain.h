@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Models/ImageData.h"
+#include "Services/NetworkShutdown.h"
 
 #include <QDir>
 #include <QFile>
@@ -72,7 +73,12 @@ inline QString fixture(const QString &relative)
         TestEnvironment::isolate();                                                                          \
         QGuiApplication app(argc, argv);                                                                     \
         ImageData::allowFullSizePhotos();                                                                    \
-        TestObject tc;                                                                                       \
-        QTEST_SET_MAIN_SOURCE_PATH                                                                           \
-        return QTest::qExec(&tc, argc, argv);                                                                \
+        int status = 0;                                                                                      \
+        {                                                                                                    \
+            TestObject tc;                                                                                   \
+            QTEST_SET_MAIN_SOURCE_PATH                                                                       \
+            status = QTest::qExec(&tc, argc, argv);                                                          \
+        }                                                                                                    \
+        NetworkShutdown::closeConnections();                                                                 \
+        return status;                                                                                       \
     }

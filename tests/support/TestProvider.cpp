@@ -237,11 +237,32 @@ void TestProvider::writePieces(QTcpSocket *socket, Response response, int index)
 QList<double> TestProvider::bagOfWordsVector(const QString &text, int dimensions)
 {
     QList<double> v(dimensions, 0.0);
-    static const QRegularExpression split(QStringLiteral("[^\\p{L}\\p{N}]+"));
-    for (const QString &word : text.toLower().split(split, Qt::SkipEmptyParts)) {
+    const auto count = [&](QStringView word) {
         const QByteArray hash = QCryptographicHash::hash(word.toUtf8(), QCryptographicHash::Md5);
         v[int(quint8(hash[0]) | (quint8(hash[1]) << 8)) % dimensions] += 1.0;
+    };
+    // A word is a run of letters and digits. Walked by hand: a regular expression allocates per word, and the
+    // sanitizer builds embed thousands of chunks.
+    const QString lower = text.toLower();
+    qsizetype start = -1;
+    for (qsizetype at = 0; at < lower.size();) {
+        char32_t c = lower.at(at).unicode();
+        qsizetype width = 1;
+        if (QChar::isHighSurrogate(c) && at + 1 < lower.size() && lower.at(at + 1).isLowSurrogate()) {
+            c = QChar::surrogateToUcs4(lower.at(at), lower.at(at + 1));
+            width = 2;
+        }
+        if (QChar::isLetterOrNumber(c)) {
+            if (start < 0)
+                start = at;
+        } else if (start >= 0) {
+            count(QStringView(lower).sliced(start, at - start));
+            start = -1;
+        }
+        at += width;
     }
+    if (start >= 0)
+        count(QStringView(lower).sliced(start));
     v[dimensions - 1] += 0.01; // never the zero vector
     double norm = 0;
     for (double x : v)
