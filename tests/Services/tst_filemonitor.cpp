@@ -105,44 +105,37 @@ private slots:
         QCOMPARE(countLog(QStringLiteral("🔄 processFile starting: ") + name), 3);
     }
 
-    void deletionLeavesTheFileTracked()
-    {
-        ContextManager manager(api);
-        const QUrl url = track(manager, QStringLiteral("weg.txt"), "bleibt im Wissen");
-        QVERIFY(QFile::remove(url.toLocalFile()));
-        QTRY_COMPARE(countLog(QStringLiteral("♻️ Restarting monitor for weg.txt")), 1);
-        idle(manager);
-        QVERIFY(
-            logMessages().contains(QStringLiteral("❌ Failed to open for monitoring: ") + url.toLocalFile()));
-        QCOMPARE(countLog(QStringLiteral("⚠️ No text extracted from weg.txt")), 1);
-        QCOMPARE(manager.trackedFiles(), QList<QUrl>{url});
-        QCOMPARE(manager.globalChunks().size(), 1);
-        QCOMPARE(manager.monitorCount(), 0);
-    }
-
-    // A save or a deletion that comes while the file's run is going is not lost: the run ends and stores
-    // its results, then the file is processed once more, and the knowledge ends at the last saved text
-    // (a deleted file keeps its last).
-    void changedWhileProcessing_data()
+    // A change is never lost: a save or a deletion that comes while the file's run is going is processed
+    // once more when that run ends, so the knowledge ends at the last saved text. A deleted file stays
+    // tracked with its last text and chunks, unwatched.
+    void changes_data()
     {
         QTest::addColumn<bool>("deleted");
-        QTest::addRow("saved") << false;
-        QTest::addRow("deleted") << true;
+        QTest::addColumn<bool>("running");
+        QTest::addRow("saved while processing") << false << true;
+        QTest::addRow("deleted while processing") << true << true;
+        QTest::addRow("deleted") << true << false;
     }
-    void changedWhileProcessing()
+    void changes()
     {
         QFETCH(bool, deleted);
+        QFETCH(bool, running);
         ContextManager manager(api);
-        const QString name = deleted ? QStringLiteral("flüchtig.txt") : QStringLiteral("laufend.txt");
+        const QString name = QString::fromLatin1(QTest::currentDataTag()) + QStringLiteral(".txt");
         const QUrl url = writeFile(name, "vorher");
-        provider.setDefaultDelayMs(1500);
+        provider.setDefaultDelayMs(running ? 1500 : 0);
         manager.addFile(url);
         QTRY_COMPARE(countLog(QStringLiteral("🔢 Embedding batch 1/1...")), 1);
+        if (!running)
+            idle(manager);
         if (deleted)
             QVERIFY(QFile::remove(url.toLocalFile()));
         else
             writeFile(name, "nachher");
-        QTRY_COMPARE(countLog(QStringLiteral("⏸️ processFile skipped (already processing): ") + name), 1);
+        QTRY_COMPARE(countLog(QStringLiteral("⏸️ processFile skipped (already processing): ") + name),
+                     int(running));
+        if (deleted)
+            QTRY_COMPARE(countLog(QStringLiteral("♻️ Restarting monitor for ") + name), 1);
         provider.setDefaultDelayMs(0);
         idle(manager);
         QCOMPARE(countLog(QStringLiteral("🔄 processFile starting: ") + name), 2);
@@ -151,6 +144,8 @@ private slots:
         QCOMPARE(manager.fileTexts().value(url), last);
         QCOMPARE(manager.fileChunks(url).size(), 1);
         QVERIFY(manager.fileChunks(url).first().text.endsWith(last));
+        QCOMPARE(manager.trackedFiles(), QList<QUrl>{url});
+        QCOMPARE(manager.monitorCount(), int(!deleted));
         QVERIFY(manager.processingFiles().isEmpty());
     }
 

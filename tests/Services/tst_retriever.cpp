@@ -2,10 +2,6 @@
 #include "Services/ContextManager.h"
 #include "Services/Retriever.h"
 
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
-
 #include <qcoro/qcorotask.h>
 
 #include <cmath>
@@ -14,17 +10,8 @@ using namespace KnowledgeTest;
 
 namespace {
 
-TestProvider::Response vectorAnswer(const QList<double> &vector)
-{
-    QJsonArray numbers;
-    for (double x : vector)
-        numbers.append(x);
-    const QJsonObject body{
-        {QStringLiteral("data"), QJsonArray{QJsonObject{{QStringLiteral("embedding"), numbers}}}}};
-    return TestProvider::Response::json(200, QJsonDocument(body).toJson(QJsonDocument::Compact));
-}
-
 const QList<double> Query{1, 0, 0, 0, 0};
+const QByteArray QueryAnswer = "{\"data\":[{\"embedding\":[1,0,0,0,0]}]}";
 const QList<double> Exactly018{9, 49, 3, 3, 0}; // 9 / 50
 const QList<double> Exactly015{3, 19, 5, 2, 1}; // 3 / 20
 const QList<double> Score060{3, 4, 0, 0, 0};    // 3 / 5
@@ -49,9 +36,9 @@ class TestRetriever : public QObject, Fixture {
     }
 
     // The knowledge message for `question`, and the log lines its retrieval wrote.
-    std::optional<QString> ask(const QString &question, const QList<DocumentChunk> &chunks,
-                               QStringList *log = nullptr,
-                               const TestProvider::Response &answer = vectorAnswer(Query))
+    std::optional<QString>
+    ask(const QString &question, const QList<DocumentChunk> &chunks, QStringList *log = nullptr,
+        const TestProvider::Response &answer = TestProvider::Response::json(200, QueryAnswer))
     {
         provider.enqueueEmbeddings(answer);
         const qsizetype start = logMessages().size();
