@@ -3,7 +3,6 @@
 
 #include <QJsonArray>
 #include <QSignalSpy>
-#include <functional>
 
 #include <qcoro/qcorotask.h>
 
@@ -117,29 +116,26 @@ private slots:
     // a damaged cache file costs one round of requests and no knowledge.
     void batchesOfFiftyKeptAcrossRestarts()
     {
-        const QUrl url = writeFile(QStringLiteral("Lager.csv"), csv(120));
+        const QByteArray changed = csv(120).replace("70\t210", "70\t999");
         struct Step {
             const char *what;
-            std::function<void()> before;
+            QByteArray content;
+            bool damageCache;
             QList<int> sentBatches; // the sizes of the requests made
             int fromCache;
         };
         const QList<Step> steps{
-            {"first start", [] {}, {50, 50, 20}, 0},
-            {"unchanged", [] {}, {}, 120},
-            {"row 70 changed",
-             [&] { writeFile(url.fileName(), csv(120).replace("70\t210", "70\t999")); },
-             {50},
-             70},
-            {"damaged cache file",
-             [&] { writeFile(QStringLiteral(".cache/Quillmoor/vectors.sqlite"), QByteArray(4096, 'x')); },
-             {50, 50, 20},
-             0},
-            {"rebuilt", [] {}, {}, 120},
+            {"first start", csv(120), false, {50, 50, 20}, 0},
+            {"unchanged", csv(120), false, {}, 120},
+            {"row 70 changed", changed, false, {50}, 70},
+            {"damaged cache file", changed, true, {50, 50, 20}, 0},
+            {"rebuilt", changed, false, {}, 120},
         };
         QList<DocumentChunk> previous;
         for (const Step &step : steps) {
-            step.before();
+            const QUrl url = writeFile(QStringLiteral("Lager.csv"), step.content);
+            if (step.damageCache)
+                writeFile(QStringLiteral(".cache/Quillmoor/vectors.sqlite"), QByteArray(4096, 'x'));
             provider.clearRequests();
             ContextManager manager(api);
             manager.addFile(url);
