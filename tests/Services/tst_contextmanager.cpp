@@ -19,55 +19,45 @@ private slots:
         QDir(TestEnvironment::home().filePath(QStringLiteral(".cache"))).removeRecursively();
     }
 
-    // One path, however spelled, is tracked, watched and processed once. Two calls in one turn both start
-    // a run, since the mark lands on the next turn; the second run replaces the first one's chunks.
-    void addingOnePathTwice()
+    // Files are known by their path, however the URL spells it: tracked, watched and processed once, and
+    // removed with all they brought. Two calls in one turn both start a run, since the mark lands on the
+    // next turn; a later run replaces the earlier one's chunks.
+    void trackedByPath()
     {
         ContextManager manager(api);
         QCOMPARE(ContextManager::shared(), &manager);
         QSignalSpy tracked(&manager, &ContextManager::trackedFilesChanged);
-        const QUrl url = writeFile(QStringLiteral("notizen.txt"), "Erster Absatz.\n\nZweiter Absatz.");
+        const QUrl url = writeFile(QStringLiteral("a.csv"), csv(3));
+        const QUrl spelt(QStringLiteral("file://localhost") + url.path());
+        const QUrl other = writeFile(QStringLiteral("notizen.txt"), "Erster Absatz.\n\nZweiter Absatz.");
         manager.addFile(url);
-        manager.addFile(QUrl(QStringLiteral("file://localhost") + url.path()));
-        QCOMPARE(manager.trackedFiles(), QList<QUrl>{url});
-        QCOMPARE(tracked.size(), 1);
-        QCOMPARE(manager.monitorCount(), 1);
+        manager.addFile(spelt);
+        manager.addFile(other);
+        QCOMPARE(manager.trackedFiles(), QList<QUrl>({url, other}));
+        QCOMPARE(tracked.size(), 2);
+        QCOMPARE(manager.monitorCount(), 2);
         QCoro::waitFor(manager.waitUntilIdle());
-        QCOMPARE(countLog(QStringLiteral("🔄 processFile starting: notizen.txt")), 1);
-        QCOMPARE(manager.fileTexts().value(url), QStringLiteral("Erster Absatz.\n\nZweiter Absatz."));
-        QVERIFY(manager.getKnowledgeOverview().startsWith(
-            QStringLiteral("Verfügbare Wissensdateien:\n- notizen.txt (1 Abschnitte. Beginn: ")));
-
-        manager.processFile(url);
-        manager.processFile(url);
+        QCOMPARE(countLog(QStringLiteral("🔄 processFile starting: a.csv")), 1);
+        QCOMPARE(manager.fileTexts().value(other), QStringLiteral("Erster Absatz.\n\nZweiter Absatz."));
+        QVERIFY(manager.getKnowledgeOverview().contains(
+            QStringLiteral("\n- notizen.txt (1 Abschnitte. Beginn: ")));
+        manager.processFile(other);
+        manager.processFile(other);
         QCoro::waitFor(manager.waitUntilIdle());
         QCOMPARE(countLog(QStringLiteral("🔄 processFile starting: notizen.txt")), 3);
-        QCOMPARE(countLog(QStringLiteral("✅ Processed: notizen.txt (1 chunks, 1 total)")), 3);
-    }
+        QCOMPARE(manager.globalChunks().size(), 4);
 
-    void removingFiles()
-    {
-        ContextManager manager(api);
-        const QUrl url = writeFile(QStringLiteral("a.csv"), csv(3));
-        const QUrl other = writeFile(QStringLiteral("b.csv"), csv(2));
-        manager.addFile(url);
-        manager.addFile(other);
-        QCoro::waitFor(manager.waitUntilIdle());
-        QCOMPARE(manager.globalChunks().size(), 5);
-
-        // The same path in another spelling of the URL.
-        manager.removeFile(QUrl(QStringLiteral("file://localhost") + url.path()));
+        manager.removeFile(spelt);
         QCOMPARE(manager.trackedFiles(), QList<QUrl>{other});
-        QCOMPARE(manager.globalChunks().size(), 2);
+        QCOMPARE(manager.globalChunks().size(), 1);
         QCOMPARE(manager.monitorCount(), 1);
         QVERIFY(!manager.fileTexts().contains(url));
         for (const QUrl &source : manager.chunkSourceMap())
             QCOMPARE(source, other);
-
         manager.removeFile(QUrl::fromLocalFile(QStringLiteral("/nowhere/never.txt")));
         QCOMPARE(logMessages().mid(logMessages().size() - 2),
                  QStringList({QStringLiteral("➖ removeFile: never.txt (path: /nowhere/never.txt)"),
-                              QStringLiteral("   → Remaining: 1 files, 2 chunks")}));
+                              QStringLiteral("   → Remaining: 1 files, 1 chunks")}));
         manager.removeFile(other);
         QVERIFY(manager.globalChunks().isEmpty());
         QCOMPARE(logMessages().last(), QStringLiteral("   → Remaining: 0 files, 0 chunks"));
