@@ -35,11 +35,6 @@ void replaceByRename(const QUrl &url, const QByteArray &content, bool atomic = f
              0);
 }
 
-void idle(ContextManager &manager)
-{
-    QCoro::waitFor(manager.waitUntilIdle());
-}
-
 int events(int kind, const QString &name)
 {
     return countLog(QStringLiteral("🔔 File event [FileSystemEvent(rawValue: %1)] for ").arg(kind) + name);
@@ -54,7 +49,7 @@ class TestFileMonitor : public QObject, Fixture {
     {
         const QUrl url = writeFile(name, content);
         manager.addFile(url);
-        idle(manager);
+        QCoro::waitFor(manager.waitUntilIdle());
         return url;
     }
 
@@ -92,7 +87,7 @@ private slots:
         QVERIFY(!held || holder.open(QIODevice::ReadOnly));
         replaceByRename(url, "zweite Fassung", held);
         QTRY_COMPARE(manager.fileTexts().value(url), QStringLiteral("zweite Fassung"));
-        idle(manager);
+        QCoro::waitFor(manager.waitUntilIdle());
         QCOMPARE(countLog(QStringLiteral("👁️ Started monitoring: ") + name), 2);
         QCOMPARE(manager.monitorCount(), 1);
 
@@ -100,7 +95,7 @@ private slots:
                                       QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup));
         writeFile(name, "dritte Fassung");
         QTRY_COMPARE(manager.fileTexts().value(url), QStringLiteral("dritte Fassung"));
-        idle(manager);
+        QCoro::waitFor(manager.waitUntilIdle());
         QCOMPARE(events(2, name), 1);
         QCOMPARE(countLog(QStringLiteral("🔄 processFile starting: ") + name), 3);
     }
@@ -127,7 +122,7 @@ private slots:
         manager.addFile(url);
         QTRY_COMPARE(countLog(QStringLiteral("🔢 Embedding batch 1/1...")), 1);
         if (!running)
-            idle(manager);
+            QCoro::waitFor(manager.waitUntilIdle());
         if (deleted)
             QVERIFY(QFile::remove(url.toLocalFile()));
         else
@@ -137,7 +132,7 @@ private slots:
         if (deleted)
             QTRY_COMPARE(countLog(QStringLiteral("♻️ Restarting monitor for ") + name), 1);
         provider.setDefaultDelayMs(0);
-        idle(manager);
+        QCoro::waitFor(manager.waitUntilIdle());
         QCOMPARE(countLog(QStringLiteral("🔄 processFile starting: ") + name), 2);
         QCOMPARE(countLog(QStringLiteral("⚠️ No text extracted from ") + name), int(deleted));
         const QString last = deleted ? QStringLiteral("vorher") : QStringLiteral("nachher");
@@ -159,19 +154,19 @@ private slots:
             QUrl::fromLocalFile(TestEnvironment::home().filePath(QStringLiteral("verweis.txt")));
         QVERIFY(QFile::link(target.toLocalFile(), alias.toLocalFile()));
         manager.addFile(alias);
-        idle(manager);
+        QCoro::waitFor(manager.waitUntilIdle());
 
         writeFile(QStringLiteral("ziel.txt"), "zwei");
         QTRY_COMPARE(manager.fileTexts().value(target), QStringLiteral("zwei"));
         QTRY_COMPARE(manager.fileTexts().value(alias), QStringLiteral("zwei"));
-        idle(manager);
+        QCoro::waitFor(manager.waitUntilIdle());
 
         const int before = inotifyWatches();
         manager.removeFile(alias);
         QCOMPARE(inotifyWatches(), before);
         writeFile(QStringLiteral("ziel.txt"), "drei");
         QTRY_COMPARE(manager.fileTexts().value(target), QStringLiteral("drei"));
-        idle(manager);
+        QCoro::waitFor(manager.waitUntilIdle());
         QCOMPARE(events(2, QStringLiteral("verweis.txt")), 1);
         manager.removeFile(target);
         QCOMPARE(inotifyWatches(), before - 1);
@@ -185,7 +180,7 @@ private slots:
         replaceByRename(url, "neu");
         QTRY_COMPARE(countLog(QStringLiteral("♻️ Restarting monitor for entfernt.txt")), 1);
         manager.removeFile(url);
-        idle(manager);
+        QCoro::waitFor(manager.waitUntilIdle());
         QCOMPARE(countLog(QStringLiteral("👁️ Started monitoring: entfernt.txt")), 1);
         QCOMPARE(countLog(QStringLiteral("🔄 processFile starting: entfernt.txt")), 1);
     }
@@ -200,7 +195,7 @@ private slots:
             replaceByRename(url, "Fassung " + QByteArray::number(i));
             QTest::qWait(100);
         }
-        idle(manager);
+        QCoro::waitFor(manager.waitUntilIdle());
         QCOMPARE(manager.monitorCount(), 1);
         QCOMPARE(inotifyWatches(), before + 1);
         // Still followed afterwards: one more edit lands.
