@@ -1,8 +1,10 @@
 #pragma once
 
+#include "ProviderClient.h"
 #include "Services/DebugLog.h"
+#include "TestMain.h"
+#include "TestProvider.h"
 
-#include <QDir>
 #include <QFile>
 #include <QString>
 #include <QStringList>
@@ -10,6 +12,12 @@
 
 // Small helpers shared by the knowledge base's tests.
 namespace KnowledgeTest {
+
+// The loopback provider and a client for it; test objects inherit it after QObject.
+struct Fixture {
+    TestProvider provider;
+    std::shared_ptr<const InfomaniakAPI> api = provider.listen() ? clientFor(provider) : nullptr;
+};
 
 // The debug log's messages, without their time stamps.
 inline QStringList logMessages()
@@ -31,13 +39,10 @@ inline int countLog(const QString &message)
     return int(logMessages().count(message));
 }
 
-inline QUrl writeFile(const QString &path, const QByteArray &content)
+// A file in the test's home, named relative to it, as a URL.
+inline QUrl writeFile(const QString &name, const QByteArray &content)
 {
-    QFile file(path);
-    file.open(QIODevice::WriteOnly | QIODevice::Truncate);
-    file.write(content);
-    file.close();
-    return QUrl::fromLocalFile(path);
+    return QUrl::fromLocalFile(TestEnvironment::writeFile(name, content));
 }
 
 // A CSV table of `rows` data rows: one chunk per row.
