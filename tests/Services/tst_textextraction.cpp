@@ -105,25 +105,6 @@ private slots:
         QCOMPARE(TextExtraction::forAttachment(book),
                  u"[TABELLE: Sheet 1]\n"_s + QString(29980, u'1') + u"\n"_s + Note);
     }
-
-    void fileNames_data()
-    {
-        QTest::addColumn<QString>("name");
-        QTest::addColumn<QString>("extension");
-        QTest::addColumn<QString>("stem");
-        QTest::addRow("two dots") << u"Bericht 2024.final.PDF"_s << u"pdf"_s << u"Bericht 2024.final"_s;
-        QTest::addRow("none") << u"readme"_s << QString() << u"readme"_s;
-        QTest::addRow("hidden") << u".profile"_s << QString() << u".profile"_s;
-        QTest::addRow("trailing dot") << u"notes."_s << QString() << u"notes."_s;
-    }
-    void fileNames()
-    {
-        QFETCH(QString, name);
-        QFETCH(QString, extension);
-        QFETCH(QString, stem);
-        QCOMPARE(TextExtraction::lowerExtension(name), extension);
-        QCOMPARE(TextExtraction::nameWithoutExtension(name), stem);
-    }
 };
 
 QUILLMOOR_TEST_MAIN(TestTextExtraction)
