@@ -13,12 +13,6 @@ namespace {
 
 const QString Note = u"\n\n[... Text wurde gekürzt, da das Dokument zu lang für den Kontext ist ...]"_s;
 
-QByteArray fixtureBytes(const QString &name)
-{
-    QFile file(TestEnvironment::fixture(name));
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
 } // namespace
 
 class TestTextExtraction : public QObject {
@@ -92,7 +86,9 @@ private slots:
     // Contents are never sniffed: a PDF named .txt is read as text.
     void extensionChoosesTheExtractor()
     {
-        const QByteArray pdf = fixtureBytes(u"pdf/broken_no_xref_table.pdf"_s);
+        QFile file(TestEnvironment::fixture(u"pdf/broken_no_xref_table.pdf"_s));
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        const QByteArray pdf = file.readAll();
         QCOMPARE(TextExtraction::forKnowledge(TestEnvironment::writeFile(u"Report.PDF"_s, pdf)),
                  u"test example\n\n"_s);
         QCOMPARE(TextExtraction::forKnowledge(TestEnvironment::writeFile(u"report.txt"_s, pdf)),

@@ -1,10 +1,8 @@
 #pragma once
 
-#include <QByteArray>
 #include <QByteArrayList>
 #include <QFile>
-#include <QList>
-#include <QString>
+#include <QStringList>
 
 #include <zip.h>
 
