@@ -10,8 +10,8 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// A PDF in the test's home with one page per entry; an empty entry is a page without any text, " " one
-// with only a blank. Its path, or "" when it could not be written.
+// A PDF in the test's home with one page per entry, each with a drawing and the entry's text (" " and ""
+// give pages without text). Its path, or "" when it could not be written.
 QString writePdf(const QString &name, const QStringList &pages)
 {
     const QString path = TestEnvironment::home().filePath(name);
@@ -22,10 +22,8 @@ QString writePdf(const QString &name, const QStringList &pages)
     for (qsizetype i = 0; i < pages.size(); ++i) {
         if (i > 0)
             writer.newPage();
-        if (pages.at(i).isEmpty())
-            painter.drawRect(50, 50, 100, 100);
-        else
-            painter.drawText(QPointF(72, 100), pages.at(i));
+        painter.drawRect(50, 50, 100, 100);
+        painter.drawText(QPointF(72, 100), pages.at(i));
     }
     return painter.end() ? path : QString();
 }
