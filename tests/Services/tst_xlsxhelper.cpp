@@ -76,8 +76,8 @@ private slots:
         QTest::addColumn<QString>("pieces");
         QTest::addRow("cells")
             << true
-            << QStringList{u"<c r=\"A1\" t=\"s\"><v>0</v></c><c r=\"B1\" "
-                           u"t=\"inlineStr\"><is><t>Name</t></is></c>"
+            << QStringList{u"<c r=\"A1\" t=\"s\"><v>0</v></c>"
+                           u"<c r=\"B1\" t=\"inlineStr\"><is><t>Name</t></is></c>"
                            u"<c r=\"C1\" t=\"str\"><f>A1</f><v>x</v></c><c r=\"D1\" s=\"2\"><v>1.5</v></c>"_s,
                            u"<c r=\"A1\"/><c r=\"B1\" s=\"1\"/><c><v>7</v></c>"_s, // empty cells borrow
                            u"<c t=\"s\"><v>x</v></c><c><v>8</v></c>"_s,            // into the next cell
