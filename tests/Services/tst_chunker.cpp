@@ -3,6 +3,8 @@
 #include "ConsoleCapture.h"
 #include "Services/Chunker.h"
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
 QString words(int n, const QString &word = QStringLiteral("w"))
@@ -70,6 +72,7 @@ private slots:
             << "[TABELLE: Leer]\nA\tB\n\n[TABELLE: Voll]\nC\nc\n"
             << QStringList{"[Voll] C: c"}
             << "Tabelle [Leer] mit Spalten: A, B; Tabelle [Voll] mit Spalten: C";
+        QTest::addRow("blank") << " \t\n\r\n" << QStringList() << QString();
     }
     void rows()
     {
@@ -80,45 +83,45 @@ private slots:
         const Chunker::RowChunks result = Chunker::rowLevelChunk(text);
         QCOMPARE(result.chunks, chunks);
         QCOMPARE(result.schema, schema);
-        QVERIFY(console.text().endsWith(
-            QStringLiteral("] 📦 rowLevelChunk: %1 chunks, schema: %2\n").arg(chunks.size()).arg(schema)));
+        // One line, unless there was no table at all.
+        QCOMPARE(console.text().section(u"] "_s, 1),
+                 schema.isEmpty()
+                     ? QString()
+                     : u"📦 rowLevelChunk: %1 chunks, schema: %2\n"_s.arg(chunks.size()).arg(schema));
     }
 
-    void blankTableTextLogsNothing()
+    // Tables by extension, everything else in paragraphs under the file's name without its last extension:
+    // a file name that starts or ends with its only dot has no extension.
+    void plan_data()
     {
-        ConsoleCapture console;
-        const Chunker::RowChunks result = Chunker::rowLevelChunk(QStringLiteral(" \t\n\r\n"));
-        QVERIFY(result.chunks.isEmpty());
-        QVERIFY(result.schema.isEmpty());
-        QVERIFY(console.text().isEmpty());
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QStringList>("chunks");
+        QTest::addColumn<QString>("description");
+        QTest::addRow("paragraphs") << u"Bericht 2024.final.pdf"_s
+                                    << "  Das\t" + words(24) + "\n\nZweiter Absatz."
+                                    << QStringList{"[Bericht 2024.final] Das\t" + words(24) +
+                                                   "\nZweiter Absatz."}
+                                    << "1 Abschnitte. Beginn: Das " + words(19) + "...";
+        QTest::addRow("table") << u"Preise.CSV"_s << u"A\tB\n1\t2\n"_s << QStringList{u"A: 1; B: 2"_s}
+                               << u"Tabelle [] mit Spalten: A, B"_s;
+        QTest::addRow("hidden") << u".csv"_s << u"A\tB"_s << QStringList{u"[.csv] A\tB"_s}
+                                << u"1 Abschnitte. Beginn: A B..."_s;
+        QTest::addRow("trailing dot")
+            << u"notes."_s << u"x"_s << QStringList{u"[notes.] x"_s} << u"1 Abschnitte. Beginn: x..."_s;
+        QTest::addRow("nothing to embed") << u"leer.txt"_s << u"\n\n  \n\n"_s << QStringList() << QString();
     }
-
-    void planChoosesByExtension()
+    void plan()
     {
-        const QString text = QStringLiteral(
-            "  Das ist der\tAnfang eines Berichts mit vielen Worten, genau so viele, dass mehr als zwanzig "
-            "Worte hier stehen, und dann noch mehr.\n\nZweiter Absatz.");
-        const Chunker::ChunkPlan running = Chunker::plan(QStringLiteral("Bericht 2024.final.pdf"), text);
-        QCOMPARE(running.chunks.size(), 1);
-        QVERIFY(
-            running.chunks.first().startsWith(QStringLiteral("[Bericht 2024.final] Das ist der\tAnfang")));
-        QVERIFY(!running.schema.has_value());
-        QCOMPARE(running.description,
-                 QStringLiteral(
-                     "1 Abschnitte. Beginn: Das ist der Anfang eines Berichts mit vielen Worten, genau so "
-                     "viele, dass mehr als zwanzig Worte hier stehen, und..."));
-
-        ConsoleCapture console;
-        const Chunker::ChunkPlan table =
-            Chunker::plan(QStringLiteral("Preise.CSV"), QStringLiteral("A\tB\n1\t2\n"));
-        QCOMPARE(table.chunks, QStringList{QStringLiteral("A: 1; B: 2")});
-        QCOMPARE(table.schema.value_or(QString()), QStringLiteral("Tabelle [] mit Spalten: A, B"));
-        QCOMPARE(table.description, *table.schema);
-
-        const Chunker::ChunkPlan empty =
-            Chunker::plan(QStringLiteral("leer.txt"), QStringLiteral("\n\n  \n\n"));
-        QVERIFY(empty.chunks.isEmpty());
-        QVERIFY(empty.description.isEmpty());
+        QFETCH(QString, name);
+        QFETCH(QString, text);
+        QFETCH(QStringList, chunks);
+        QFETCH(QString, description);
+        const Chunker::ChunkPlan plan = Chunker::plan(name, text);
+        QCOMPARE(plan.chunks, chunks);
+        QCOMPARE(plan.description, description);
+        QCOMPARE(plan.schema.value_or(u"none"_s),
+                 description.startsWith(u"Tabelle"_s) ? description : u"none"_s);
     }
 };
 

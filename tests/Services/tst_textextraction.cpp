@@ -2,168 +2,194 @@
 
 #include "ConsoleCapture.h"
 #include "Core/Graphemes.h"
+#include "Services/PDFKitHelper.h"
 #include "Services/TextExtraction.h"
+#include "WorkbookWriter.h"
 
-#include <QFile>
-#include <QTemporaryDir>
+#include <QPainter>
+#include <QPdfWriter>
+#include <QStringDecoder>
 
 using namespace Qt::StringLiterals;
 
 namespace {
-const QString Note =
-    QStringLiteral("\n\n[... Text wurde gekürzt, da das Dokument zu lang für den Kontext ist ...]");
+
+const QString Note = u"\n\n[... Text wurde gekürzt, da das Dokument zu lang für den Kontext ist ...]"_s;
+
+// A PDF in the test's home with one page per entry, each with a drawing and the entry's text (" " and ""
+// give pages without text). Its path, or "" when it could not be written.
+QString writePdf(const QString &name, const QStringList &pages)
+{
+    const QString path = TestEnvironment::home().filePath(name);
+    QPdfWriter writer(path);
+    writer.setResolution(72);
+    QPainter painter(&writer);
+    painter.setFont(QFont(u"DejaVu Sans"_s, 12));
+    for (qsizetype i = 0; i < pages.size(); ++i) {
+        if (i > 0)
+            writer.newPage();
+        painter.drawRect(50, 50, 100, 100);
+        painter.drawText(QPointF(72, 100), pages.at(i));
+    }
+    return painter.end() ? path : QString();
 }
+
+} // namespace
 
 class TestTextExtraction : public QObject {
     Q_OBJECT
-    QTemporaryDir m_dir;
 
 private slots:
-    void textPathReadsStrictUtf8_data()
+    // Text files as knowledge: the whole text when the file is strict UTF-8, as Qt's decoder reads it. As
+    // attachment: cut at 30,000 characters as the user counts them, nothing when there is no text.
+    void textFiles_data()
     {
         QTest::addColumn<QString>("name");
         QTest::addColumn<QByteArray>("bytes");
-        QTest::addColumn<bool>("readable");
-        QTest::addRow("csv") << "data.csv" << QByteArray("Name,Ort\nMeier,Bern\n") << true;
-        QTest::addRow("markdown") << "notes.md" << QByteArray("# Titel\r\n\r\nÜberall 🇨🇭\n") << true;
-        QTest::addRow("no extension") << "readme" << QByteArray("plain") << true;
-        QTest::addRow("upper-case txt") << "TABLE.TXT" << QByteArray("a\tb\n") << true;
-        QTest::addRow("Latin-1 umlauts") << "alt.txt" << QByteArray("M\xfcller und S\xf6hne") << false;
-        QTest::addRow("old spreadsheet")
-            << "alt.xls" << QByteArray("\xd0\xcf\x11\xe0\xa1\xb1\x1a\xe1") << false;
-        QTest::addRow("truncated sequence") << "cut.txt" << QByteArray("ok \xe2\x82") << false;
+        QTest::addColumn<QString>("attachment");
+        QTest::addRow("markdown") << u"notes.md"_s << QByteArray("# Titel\r\n\r\nÜberall 🇨🇭\n")
+                                  << u"# Titel\r\n\r\nÜberall 🇨🇭\n"_s;
+        QTest::addRow("no extension") << u"readme"_s << QByteArray("plain") << u"plain"_s;
+        QTest::addRow("empty") << u"leer.txt"_s << QByteArray() << QString();
+        QTest::addRow("Latin-1 umlauts") << u"alt.txt"_s << QByteArray("M\xfcller und S\xf6hne") << QString();
+        QTest::addRow("truncated sequence") << u"cut.txt"_s << QByteArray("ok \xe2\x82") << QString();
+
+        const QByteArray limit(30000, 'a');
+        const QByteArray flag = "🇨🇭"; // one character, four UTF-16 units
+        QTest::addRow("exactly the limit") << u"lang.txt"_s << limit << QString::fromLatin1(limit);
+        QTest::addRow("one more") << u"lang.txt"_s << limit + 'a' << QString::fromLatin1(limit) + Note;
+        QTest::addRow("flags count once")
+            << u"lang.txt"_s << flag.repeated(30000) << QString::fromUtf8(flag.repeated(30000));
+        QTest::addRow("flags cut whole")
+            << u"lang.txt"_s << flag.repeated(30001) << QString::fromUtf8(flag.repeated(30000)) + Note;
+        QTest::addRow("CR LF is one character")
+            << u"lang.txt"_s << QByteArray("\r\n").repeated(30001) << u"\r\n"_s.repeated(30000) + Note;
+        // Read up to the cut and no further: bytes that are not UTF-8 far behind it do not cost the text.
+        QTest::addRow("no further than the cut")
+            << u"riesig.log"_s << limit + QByteArray(8 << 20, 'b') + "\xff\xfe"
+            << QString::fromLatin1(limit) + Note;
+        // Read piece by piece: characters cut between pieces are joined, and a U+FEFF is a byte order mark
+        // only at the very start of the file, also where a piece begins.
+        const QByteArray mixed = "€🇨🇭ä"; // 13 bytes: pieces begin inside characters
+        QTest::addRow("characters across pieces")
+            << u"stücke.txt"_s << "x" + mixed.repeated((3 << 20) / mixed.size())
+            << QString::fromUtf8("x" + mixed.repeated(9999) + "€🇨🇭") + Note;
+        const QByteArray marked =
+            "\xef\xbb\xbf" + ("\xef\xbb\xbf" + mixed.repeated(314) + QByteArray(11, 'y')).repeated(768);
+        QTest::addRow("byte order marks where pieces begin")
+            << u"stücke.txt"_s << marked << Graphemes::prefix(QString::fromUtf8(marked), 30000) + Note;
     }
-    void textPathReadsStrictUtf8()
+    void textFiles()
     {
         QFETCH(QString, name);
         QFETCH(QByteArray, bytes);
-        QFETCH(bool, readable);
+        QFETCH(QString, attachment);
         const QString path = TestEnvironment::writeFile(name, bytes);
+        QStringDecoder utf8(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
+        const QString text = utf8.decode(bytes);
         ConsoleCapture console;
-        const auto knowledge = TextExtraction::forKnowledge(path);
-        const auto attachment = TextExtraction::forAttachment(path);
-        QCOMPARE(knowledge.has_value(), readable);
-        QCOMPARE(attachment.has_value(), readable);
-        if (readable) {
-            QCOMPARE(*knowledge, QString::fromUtf8(bytes));
-            QCOMPARE(*attachment, QString::fromUtf8(bytes));
-        }
-        QCOMPARE(console.lines(),
-                 QStringList{QStringLiteral("Extracting text from: %1 (accessing: true)").arg(name)});
+        QCOMPARE(TextExtraction::forKnowledge(path),
+                 utf8.hasError() ? std::optional<QString>() : std::optional<QString>(text));
+        QCOMPARE(TextExtraction::forAttachment(path).value_or(QString()), attachment);
+        QCOMPARE(console.lines(), QStringList{u"Extracting text from: %1 (accessing: true)"_s.arg(name)});
     }
 
-    // An empty file is empty knowledge but no attachment; what cannot be read is nothing.
-    void emptyOrUnreadable()
+    // What cannot be read is nothing: a folder given as a file, a missing file, a device without end.
+    void unreadable()
     {
-        const QString empty = TestEnvironment::writeFile(QStringLiteral("leer.txt"), QByteArray());
-        QCOMPARE(TextExtraction::forKnowledge(empty), std::optional<QString>(QString()));
-        QVERIFY(!TextExtraction::forAttachment(empty).has_value());
         ConsoleCapture console;
-        QVERIFY(!TextExtraction::forKnowledge(m_dir.path()).has_value()); // a folder given as a file
-        QVERIFY(!TextExtraction::forKnowledge(m_dir.filePath(QStringLiteral("fehlt.txt"))).has_value());
-        QVERIFY(!TextExtraction::forAttachment(QStringLiteral("/dev/zero")).has_value());
-        QVERIFY(
-            console.lines().contains(QStringLiteral("Extracting text from: fehlt.txt (accessing: false)")));
+        QVERIFY(!TextExtraction::forKnowledge(TestEnvironment::home().path()).has_value());
+        QVERIFY(!TextExtraction::forKnowledge(TestEnvironment::home().filePath(u"fehlt.txt"_s)).has_value());
+        QVERIFY(!TextExtraction::forAttachment(u"/dev/zero"_s).has_value());
+        QVERIFY(console.lines().contains(u"Extracting text from: fehlt.txt (accessing: false)"_s));
     }
 
+    // Contents are never sniffed: a PDF named .txt is read as text.
     void extensionChoosesTheExtractor()
     {
-        // Contents are never sniffed: a PDF named .txt is text, and invalid as UTF-8.
-        QFile pdf(TestEnvironment::fixture(QStringLiteral("pdf/broken_no_xref_table.pdf")));
-        QVERIFY(pdf.open(QIODevice::ReadOnly));
-        const QByteArray bytes = pdf.readAll();
-        QCOMPARE(TextExtraction::forKnowledge(TestEnvironment::writeFile(QStringLiteral("Report.PDF"), bytes))
-                     .value_or(QString()),
-                 QStringLiteral("test example\n\n"));
-        QCOMPARE(
-            TextExtraction::forKnowledge(TestEnvironment::writeFile(QStringLiteral("report.txt"), bytes)),
-            QString::fromUtf8(bytes));
-        QFile xlsx(TestEnvironment::fixture(QStringLiteral("xlsx/google_sheets_comments.xlsx")));
-        QVERIFY(xlsx.open(QIODevice::ReadOnly));
-        QCOMPARE(TextExtraction::forAttachment(
-                     TestEnvironment::writeFile(QStringLiteral("Preise.XLSX"), xlsx.readAll()))
-                     .value_or(QString()),
-                 QStringLiteral("[TABELLE: Sheet1]\nThis is a cell.\n\n"));
+        QFile file(TestEnvironment::fixture(u"pdf/broken_no_xref_table.pdf"_s));
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        const QByteArray pdf = file.readAll();
+        QCOMPARE(TextExtraction::forKnowledge(TestEnvironment::writeFile(u"Report.PDF"_s, pdf)),
+                 u"test example\n\n"_s);
+        QCOMPARE(TextExtraction::forKnowledge(TestEnvironment::writeFile(u"report.txt"_s, pdf)),
+                 QString::fromUtf8(pdf));
+        // A workbook of 30,001 characters is cut as a whole text.
+        const QString book = TestEnvironment::home().filePath(u"Preise.XLSX"_s);
+        QVERIFY(WorkbookWriter::writeZip(
+            book,
+            WorkbookWriter::workbook({"<row><c t=\"str\"><t>" + QByteArray(29980, '1') + "</t></c></row>"})));
+        QCOMPARE(TextExtraction::forAttachment(book),
+                 u"[TABELLE: Sheet 1]\n"_s + QString(29980, u'1') + u"\n"_s + Note);
     }
 
-    void attachmentIsCutAtThirtyThousandCharacters_data()
+    // PDFs: every fixture in the folder, generated documents and what does not open: the pages the log line
+    // names (0: the file does not open) and what the text must hold (nothing: there is no text).
+    void pdfFiles_data()
     {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<QString>("expected");
-        const QString flag = QStringLiteral("🇨🇭"); // one character, four UTF-16 units
-        QTest::addRow("exactly the limit")
-            << QString(30000, QLatin1Char('a')) << QString(30000, QLatin1Char('a'));
-        QTest::addRow("one more") << QString(30001, QLatin1Char('a'))
-                                  << QString(30000, QLatin1Char('a')) + Note;
-        QTest::addRow("flags count once") << flag.repeated(30000) << flag.repeated(30000);
-        QTest::addRow("flags cut whole") << flag.repeated(30001) << flag.repeated(30000) + Note;
-        QTest::addRow("CR LF is one character")
-            << QStringLiteral("\r\n").repeated(30001) << QStringLiteral("\r\n").repeated(30000) + Note;
+        QTest::addColumn<QString>("file");
+        QTest::addColumn<int>("pages");
+        QTest::addColumn<QStringList>("contains");
+        const QHash<QString, QPair<int, QStringList>> expected{
+            {"multipage_pdflatex_4pages", {4, {"Hello, here is some text without a meaning."}}},
+            {"fop_german_6pages_blank_pages", {6, {"Inhaltsverzeichnis"}}}, // blank pages are left out
+            {"encrypted_rc4_owner_only_2pages", {2, {"Fighting Obesity"}}},
+            {"encrypted_rc4_user_password_openpassword", {0, {}}},
+            {"broken_no_startxref_nul_tail", {1, {"Hello World"}}},
+            {"broken_no_xref_table", {1, {"test example"}}},
+            {"japanese_jo_dvipdfmx", {1, {"わたくしといふ現象は"}}}, // CID fonts, vertical
+            {"arabic_cid_truetype", {1, {QString(QChar(0xFEE7))}}},  // right-to-left presentation forms
+            // Side-by-side columns one after the other, the lines of a paragraph together; hyphenation
+            // joined.
+            {"two_columns_groff_ms",
+             {2,
+              {"Im September werden die Tage kürzer, und\nam Morgen liegt Tau auf den Wiesen. Wer jetzt\n"
+               "noch Salat säen möchte, wählt robuste Sorten, die\n",
+               "Der Rasenmäher bekommt vor dem Winter\neinen neuen Luftfilter.",
+               "Äpfel vertragen keine Nachbarschaft mit Kartoffeln, weil sie deren Geschmack annehmen."}}}};
+        for (const QString &name : QDir(TestEnvironment::fixture(u"pdf"_s)).entryList({u"*.pdf"_s})) {
+            const QString stem = name.chopped(4);
+            QVERIFY2(expected.contains(stem), qPrintable(name + u" has no expectation"_s));
+            QTest::addRow("%s", qPrintable(stem)) << TestEnvironment::fixture(u"pdf/"_s + name)
+                                                  << expected[stem].first << expected[stem].second;
+        }
+        // Pages without text are left out; a document of such pages only has no text.
+        QTest::addRow("blank page between")
+            << writePdf(u"Bericht.pdf"_s, {"Erste Seite", " ", "Dritte Seite"}) << 3
+            << QStringList{"Erste Seite\n\nDritte Seite\n\n"};
+        QTest::addRow("no text at all")
+            << writePdf(u"Leer.pdf"_s, {QString(), QString()}) << 2 << QStringList();
+        QTest::addRow("missing") << TestEnvironment::home().filePath(u"missing.pdf"_s) << 0 << QStringList();
+        QTest::addRow("folder") << TestEnvironment::home().path() << 0 << QStringList();
+        QTest::addRow("not a PDF") << TestEnvironment::writeFile(u"notes.pdf"_s, "just some words, no PDF\n")
+                                   << 0 << QStringList();
+        QFile whole(TestEnvironment::fixture(u"pdf/multipage_pdflatex_4pages.pdf"_s));
+        QVERIFY(whole.open(QIODevice::ReadOnly));
+        QTest::addRow("truncated") << TestEnvironment::writeFile(u"truncated.pdf"_s, whole.read(2000)) << 0
+                                   << QStringList();
     }
-    void attachmentIsCutAtThirtyThousandCharacters()
+    void pdfFiles()
     {
-        QFETCH(QString, text);
-        QFETCH(QString, expected);
-        const QString path = TestEnvironment::writeFile(QStringLiteral("lang.txt"), text.toUtf8());
-        QCOMPARE(TextExtraction::forAttachment(path).value_or(QString()), expected);
-        QCOMPARE(TextExtraction::forKnowledge(path).value_or(QString()), text);
-    }
-
-    // An attachment is read up to its cut and no further: what lies beyond is neither read nor checked, so
-    // bytes that are not UTF-8 far behind the cut do not cost the text. The knowledge base reads the whole
-    // file, and such a file has no text there.
-    void attachmentStopsReadingAtTheCut()
-    {
-        QByteArray bytes(40000, 'a');
-        bytes += QByteArray(8 << 20, 'b');
-        bytes += "\xff\xfe";
-        const QString path = TestEnvironment::writeFile(QStringLiteral("riesig.log"), bytes);
-        QCOMPARE(TextExtraction::forAttachment(path).value_or(QString()),
-                 QString(30000, QLatin1Char('a')) + Note);
-        QVERIFY(!TextExtraction::forKnowledge(path).has_value());
-    }
-
-    // Files are decoded piece by piece: characters cut between pieces are joined, and a U+FEFF is a byte
-    // order mark only at the very start of the file, also where a piece begins.
-    void textIsTheSameWhateverThePieces_data()
-    {
-        QTest::addColumn<QByteArray>("bytes");
-        const QByteArray mixed = QStringLiteral("€🇨🇭ä").toUtf8(); // 13 bytes: pieces begin inside characters
-        QTest::addRow("characters across pieces") << "x" + mixed.repeated((3 << 20) / mixed.size());
-        QByteArray marked = "\xef\xbb\xbf";
-        const QByteArray segment = "\xef\xbb\xbf" + mixed.repeated(314) + QByteArray(11, 'y'); // 4096 bytes
-        QTest::addRow("byte order marks where pieces begin") << marked + segment.repeated(768);
-    }
-    void textIsTheSameWhateverThePieces()
-    {
-        QFETCH(QByteArray, bytes);
-        const QString path = TestEnvironment::writeFile(QStringLiteral("stücke.txt"), bytes);
-        const QString expected = QString::fromUtf8(bytes); // without the mark at the start
-        QCOMPARE(expected.count(QChar(0xFEFF)),
-                 bytes.count("\xef\xbb\xbf") - int(bytes.startsWith("\xef\xbb\xbf")));
-        QCOMPARE(TextExtraction::forKnowledge(path).value_or(QString()), expected);
-        QCOMPARE(TextExtraction::forAttachment(path).value_or(QString()),
-                 Graphemes::prefix(expected, 30000) + Note);
-    }
-
-    void fileNames_data()
-    {
-        QTest::addColumn<QString>("name");
-        QTest::addColumn<QString>("extension");
-        QTest::addColumn<QString>("stem");
-        QTest::addRow("two dots") << u"Bericht 2024.final.pdf"_s << u"pdf"_s << u"Bericht 2024.final"_s;
-        QTest::addRow("upper case") << u"Report.PDF"_s << u"pdf"_s << u"Report"_s;
-        QTest::addRow("none") << u"readme"_s << QString() << u"readme"_s;
-        QTest::addRow("hidden") << u".profile"_s << QString() << u".profile"_s;
-        QTest::addRow("trailing dot") << u"notes."_s << QString() << u"notes."_s;
-    }
-    void fileNames()
-    {
-        QFETCH(QString, name);
-        QFETCH(QString, extension);
-        QFETCH(QString, stem);
-        QCOMPARE(TextExtraction::lowerExtension(name), extension);
-        QCOMPARE(TextExtraction::nameWithoutExtension(name), stem);
+        QFETCH(QString, file);
+        QFETCH(int, pages);
+        QFETCH(QStringList, contains);
+        const QString name = QFileInfo(file).fileName();
+        ConsoleCapture console;
+        const auto text = PDFKitHelper::extractText(file);
+        QCOMPARE(console.lines().size(), 1);
+        if (pages == 0)
+            QVERIFY2(console.text().endsWith(u"] ❌ PDFKit: Could not open PDF at "_s + name + u'\n'),
+                     qPrintable(console.text()));
+        else
+            QVERIFY2(console.text().endsWith(u" chars from %1 pages of %2\n"_s.arg(pages).arg(name)),
+                     qPrintable(console.text()));
+        QCOMPARE(text.has_value(), !contains.isEmpty());
+        for (const QString &part : contains)
+            QVERIFY2(text->contains(part), qPrintable(text->left(400)));
+        // Text in reading order, not laid out with blanks; the page break is ours, not the engine's.
+        QVERIFY(text.value_or(u"\n\n"_s).endsWith(u"\n\n"_s));
+        QVERIFY(!text.value_or(QString()).contains(u"   "_s));
+        QVERIFY(!text.value_or(QString()).contains(u'\f'));
     }
 };
 

@@ -1,16 +1,14 @@
 #pragma once
 
-#include <QByteArray>
+#include <QByteArrayList>
 #include <QFile>
-#include <QList>
-#include <QString>
+#include <QStringList>
 
 #include <zip.h>
 
 #include <utility>
 
-// Writes ZIP containers for the workbook tests and benchmarks: real deflated entries through libzip,
-// and hand-made central directories for archives that libzip itself would never write.
+// Writes ZIP containers for the workbook tests and benchmarks: real deflated entries through libzip.
 namespace WorkbookWriter {
 
 using Entries = QList<std::pair<QString, QByteArray>>;
@@ -39,21 +37,31 @@ inline QByteArray sheetXml(const QByteArray &rows)
            rows + "</sheetData></worksheet>";
 }
 
-inline QByteArray workbookXml(const QStringList &names)
-{
-    QByteArray sheets;
-    for (qsizetype i = 0; i < names.size(); ++i)
-        sheets += "<sheet name=\"" + names.at(i).toUtf8() + "\" sheetId=\"" + QByteArray::number(i + 1) +
-                  "\" r:id=\"rId" + QByteArray::number(i + 1) + "\"/>";
-    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<workbook><sheets>" + sheets + "</sheets></workbook>";
-}
-
 inline QByteArray sharedStringsXml(const QStringList &strings)
 {
     QByteArray items;
     for (const QString &s : strings)
         items += "<si><t>" + s.toUtf8() + "</t></si>";
     return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<sst>" + items + "</sst>";
+}
+
+// Worksheets sheet1.xml, sheet2.xml, … holding these rows, stored last first so that a reader has to sort
+// them; a workbook part naming them and the shared strings when there are any.
+inline Entries workbook(const QByteArrayList &sheets, const QStringList &names = {},
+                        const QStringList &strings = {})
+{
+    Entries entries;
+    for (qsizetype i = sheets.size(); i > 0; --i)
+        entries.append({QStringLiteral("xl/worksheets/sheet%1.xml").arg(i), sheetXml(sheets.at(i - 1))});
+    QByteArray named;
+    for (const QString &name : names)
+        named += "<sheet name=\"" + name.toUtf8() + "\"/>";
+    if (!names.isEmpty())
+        entries.append(
+            {QStringLiteral("xl/workbook.xml"), "<workbook><sheets>" + named + "</sheets></workbook>"});
+    if (!strings.isEmpty())
+        entries.append({QStringLiteral("xl/sharedStrings.xml"), sharedStringsXml(strings)});
+    return entries;
 }
 
 } // namespace WorkbookWriter
