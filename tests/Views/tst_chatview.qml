@@ -68,16 +68,12 @@ Item {
                     }}];
         }
         function test_turnEnds(data) {
-            const send = named("sendButton");
             const stop = named("stopButton");
-            compare(send.enabled, false);
-            const requests = Fixture.chatRequests();
             Fixture.scriptAnswer(["eins", " zwei", " drei"], 300);
             mouseClick(named("inputField"));
             keyClick(Qt.Key_A);
             keyClick(Qt.Key_Return);
             compare(bubble(0).text, "a", "Return sends");
-            compare(send.shown, false);
             tryCompare(stop, "scale", 1);
             tryVerify(() => bubble(1) && bubble(1).text === "eins", 3000);
             keyClick(Qt.Key_B);
@@ -85,12 +81,10 @@ Item {
             compare(named("inputField").text, "b", "the text waits for the answer to end");
             data.end();
             compare(session.isLoading, false);
-            compare(send.shown, true);
             tryCompare(stop, "visible", false);
             compare(focused().objectName, "inputField");
             compare(session.inputText, "b");
-            compare(session.messages.count, 2);
-            compare(Fixture.chatRequests(), requests + 1);
+            compare(session.messages.count, 2, "no second turn");
         }
 
         // The thinking indicator shows until the answer starts; the bubbles sit on their sides; clearing
@@ -232,7 +226,6 @@ Item {
             state.announcementChanged.disconnect(listen);
             compare(told, ["Erstens zweitens drittens."]);
             compare(announcer.visible, true);
-            compare(announcer.Accessible.role, Accessible.AlertMessage);
             compare(announcer.Accessible.name, "Erstens zweitens drittens.");
             compare(findChild(bubble(1), "markdown").Accessible.ignored, false);
 
