@@ -64,8 +64,8 @@ private slots:
             QVERIFY(!screen->dropFiles({}));
             QVERIFY(!screen->dropFiles({QUrl(QStringLiteral("https://example.org/a.pdf"))}));
             QVERIFY(screen->dropFiles({first, second, gone}));
-            QVERIFY(
-                delegate.contextManager().trackedFiles().isEmpty()); // accepted before anything was stored
+            // Accepted before anything was stored.
+            QVERIFY(delegate.contextManager().trackedFiles().isEmpty());
             QTRY_COMPARE(delegate.contextManager().trackedFiles(), (QList<QUrl>{first, second, gone}));
             QCOMPARE(rowNames(*screen), QStringList({"Preise.csv", "notiz.txt", "weg.txt"}));
             QCoro::waitFor(delegate.contextManager().waitUntilIdle());
