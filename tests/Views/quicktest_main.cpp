@@ -37,8 +37,6 @@ public:
         m_app.provider.enqueueChat(TestProvider::Response::sse(pieces, true, delayMs));
     }
 
-    Q_INVOKABLE int chatRequests() const { return int(m_app.provider.requests("/chat/completions").size()); }
-
     // A small document or picture in the test's home, as a file URL.
     Q_INVOKABLE QUrl document(const QString &name) const
     {

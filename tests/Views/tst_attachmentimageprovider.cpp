@@ -6,15 +6,6 @@
 #include <mutex>
 #include <thread>
 
-namespace {
-
-QString idOf(const Attachment &attachment)
-{
-    return attachment.id().toString(QUuid::WithoutBraces);
-}
-
-} // namespace
-
 // Qt asks the provider for pictures on its image-loader thread while the main thread adds attachments,
 // streams answers and clears the conversation. Run under ThreadSanitizer, this shows whether the loader
 // touches anything the main thread changes.
@@ -28,6 +19,9 @@ private slots:
         f.settings.setSelectedModel(QStringLiteral("qwen3"));
         ChatSession &session = *f.session;
         AttachmentImageProvider images(session);
+        const auto idOf = [](const Attachment &attachment) {
+            return attachment.id().toString(QUuid::WithoutBraces);
+        };
         QStringList pictures;
         for (const QColor colour : {Qt::red, Qt::green, Qt::blue})
             pictures.append(
