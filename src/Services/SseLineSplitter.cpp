@@ -7,7 +7,6 @@ bool SseLineSplitter::emitLine(QByteArrayView bytes, const LineHandler &onLine)
 {
     if (m_overlong) {
         m_overlong = false;
-        ++m_dropped;
         return true;
     }
     return onLine(bytes);

@@ -20,13 +20,10 @@ public:
     // The body ended: a last line without line end still counts.
     bool finish(const LineHandler &onLine);
 
-    qsizetype droppedLines() const { return m_dropped; }
-
 private:
     bool emitLine(QByteArrayView bytes, const LineHandler &onLine);
 
     QByteArray m_partial;
     bool m_pendingCR = false;
     bool m_overlong = false;
-    qsizetype m_dropped = 0;
 };
