@@ -1,6 +1,5 @@
 #include "KnowledgeTestUtil.h"
 #include "Services/ContextManager.h"
-#include "Services/FileMonitor.h"
 
 #include <QDir>
 
@@ -54,20 +53,6 @@ class TestFileMonitor : public QObject, Fixture {
     }
 
 private slots:
-    void oneWatchPerFile()
-    {
-        const int before = inotifyWatches();
-        FileMonitor monitor;
-        const QUrl url = writeFile(QStringLiteral("einmal.txt"), "x");
-        monitor.startMonitoring(url);
-        monitor.startMonitoring(url);
-        QCOMPARE(monitor.count(), 1);
-        QCOMPARE(inotifyWatches(), before + 1);
-        monitor.stopMonitoring(url);
-        monitor.stopMonitoring(url);
-        QCOMPARE(inotifyWatches(), before);
-    }
-
     // Saved the way editors do (a new file renamed over the old one), also while another program still
     // holds the old file open, when the kernel reports no deletion until that program closes it. The new
     // file is the one followed afterwards: a write in place lands, and mere attribute changes are no events.
