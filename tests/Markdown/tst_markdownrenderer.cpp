@@ -45,7 +45,6 @@ private slots:
         QTest::addColumn<QString>("source");
         QTest::addColumn<QStringList>("runs");
         const QString rule = Markdown::HorizontalRule + u"|size8"_s;
-        QTest::addRow("heading 1") << u"# Titel"_s << QStringList{u"Titel|size20bold"_s};
         QTest::addRow("heading 2, no inline rendering")
             << u"## **fett**"_s << QStringList{u"**fett**|size17bold"_s};
         QTest::addRow("heading 3") << u"### T"_s << QStringList{u"T|size15demibold"_s};
@@ -69,10 +68,8 @@ private slots:
         QTest::addRow("dash without space") << u"-Punkt"_s << QStringList{u"-Punkt|plain"_s};
         QTest::addRow("bare dash") << u"-"_s << QStringList{u"-|plain"_s};
         QTest::addRow("space with combining mark") << u"- \u0301x"_s << QStringList{u"- \u0301x|plain"_s};
-        QTest::addRow("numbered") << u"12. Zwölf"_s
-                                  << QStringList{u"  12.  |markerdemibold"_s, u"Zwölf|plain"_s};
         QTest::addRow("numbered as written")
-            << u"3.   Text  "_s << QStringList{u"  3.  |markerdemibold"_s, u"Text|plain"_s};
+            << u"12.   Zwölf  "_s << QStringList{u"  12.  |markerdemibold"_s, u"Zwölf|plain"_s};
         QTest::addRow("numbered inline")
             << u"1. *i*"_s << QStringList{u"  1.  |markerdemibold"_s, u"i|italic"_s};
         QTest::addRow("numbered empty rest") << u"7.\t"_s << QStringList{u"7.|plain"_s};
