@@ -94,15 +94,13 @@ private slots:
     void knowledgeFormCharacterForCharacter()
     {
         const DocumentChunk chunk = track(QStringLiteral("notiz.txt"), "Die Miete ist 900.", Score060);
-        QStringList log;
-        QCOMPARE(*ask(QStringLiteral("Miete?"), {chunk}, &log),
+        QCOMPARE(*ask(QStringLiteral("Miete?"), {chunk}),
                  QStringLiteral("<database_schema>\n") + m_manager->getKnowledgeOverview() +
                      QStringLiteral("\n</database_schema>\n\n<relevant_data>\n\n\n--- notiz.txt ---\n"
                                     "Die Miete ist 900.\n\n\n</relevant_data>\n\n<instructions>\nPrompt\n"
                                     "Beantworte die Frage anhand der oben bereitgestellten Daten. Erfinde "
                                     "KEINE Informationen, die nicht in den Daten stehen. Antworte präzise "
                                     "und hilfreich.\n</instructions>"));
-        QCOMPARE(log.last(), QStringLiteral("📄 Injected full text of notiz.txt (18 chars)"));
     }
 
     void fileNameRules()
