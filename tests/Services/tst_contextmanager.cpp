@@ -19,9 +19,11 @@ private slots:
         QDir(TestEnvironment::home().filePath(QStringLiteral(".cache"))).removeRecursively();
     }
 
-    // Files are known by their path, however the URL spells it: tracked, watched and processed once, and
-    // removed with all they brought. Two calls in one turn both start a run, since the mark lands on the
-    // next turn; a later run replaces the earlier one's chunks.
+    // Files are known by their path, however the URL spelt it: tracked, watched and processed once, and
+    // removed with all they brought. A table shows its description, a file without chunks is ready. Two calls
+    // in one turn both start a run, since the mark lands on the next turn; a running file shows as such even
+    // with an older description, and asked for again while its run is going it is skipped, then processed
+    // once more when that run ends. A later run replaces the earlier one's chunks.
     void trackedByPath()
     {
         ContextManager manager(api);
@@ -30,75 +32,58 @@ private slots:
         const QUrl url = writeFile(QStringLiteral("a.csv"), csv(3));
         const QUrl spelt(QStringLiteral("file://localhost") + url.path());
         const QUrl other = writeFile(QStringLiteral("notizen.txt"), "Erster Absatz.\n\nZweiter Absatz.");
-        manager.addFile(url);
-        manager.addFile(spelt);
-        manager.addFile(other);
-        QCOMPARE(manager.trackedFiles(), QList<QUrl>({url, other}));
-        QCOMPARE(tracked.size(), 2);
-        QCOMPARE(manager.monitorCount(), 2);
+        const QUrl blank = writeFile(QStringLiteral("leer.txt"), "   \n\n  \n");
+        for (const QUrl &file : {url, spelt, other, blank})
+            manager.addFile(file);
+        QCOMPARE(manager.trackedFiles(), QList<QUrl>({url, other, blank}));
+        QCOMPARE(tracked.size(), 3);
+        QCOMPARE(manager.monitorCount(), 3);
         QCoro::waitFor(manager.waitUntilIdle());
         QCOMPARE(countLog(QStringLiteral("🔄 processFile starting: a.csv")), 1);
-        QCOMPARE(manager.fileTexts().value(other), QStringLiteral("Erster Absatz.\n\nZweiter Absatz."));
-        QVERIFY(manager.getKnowledgeOverview().contains(
-            QStringLiteral("\n- notizen.txt (1 Abschnitte. Beginn: ")));
+        QCOMPARE(
+            manager.getKnowledgeOverview(),
+            QStringLiteral("Verfügbare Wissensdateien:\n- a.csv (Tabelle [] mit Spalten: Artikel, Preis)\n"
+                           "- notizen.txt (1 Abschnitte. Beginn: Erster Absatz. Zweiter Absatz....)\n"
+                           "- leer.txt [bereit]\n"));
+        QCOMPARE(manager.snapshot()->overview, manager.getKnowledgeOverview());
+        QCOMPARE(countLog(QStringLiteral("⚠️ No chunks created from leer.txt")), 1);
+        QVERIFY(manager.fileTexts().contains(blank));
+        QCOMPARE(provider.requests("/embeddings").size(), 2);
+
         manager.processFile(other);
         manager.processFile(other);
+        QSignalSpy processing(&manager, &ContextManager::processingFilesChanged);
+        manager.processFile(url);
+        QVERIFY(!manager.processingFiles().contains(url));
+        // Woken by the mark itself: a poll can come only after this small file's whole run has ended.
+        QVERIFY(processing.wait());
+        QVERIFY(
+            manager.getKnowledgeOverview().contains(QStringLiteral("- a.csv [wird gerade verarbeitet]\n")));
+        QVERIFY(manager.isProcessing());
+        manager.processFile(url);
+        manager.processFile(url);
+        QCOMPARE(countLog(QStringLiteral("⏸️ processFile skipped (already processing): a.csv")), 2);
         QCoro::waitFor(manager.waitUntilIdle());
         QCOMPARE(countLog(QStringLiteral("🔄 processFile starting: notizen.txt")), 3);
+        QCOMPARE(countLog(QStringLiteral("🔄 processFile starting: a.csv")), 3);
+        QVERIFY(manager.processingFiles().isEmpty());
         QCOMPARE(manager.globalChunks().size(), 4);
 
         manager.removeFile(spelt);
-        QCOMPARE(manager.trackedFiles(), QList<QUrl>{other});
+        QCOMPARE(manager.trackedFiles(), QList<QUrl>({other, blank}));
         QCOMPARE(manager.globalChunks().size(), 1);
-        QCOMPARE(manager.monitorCount(), 1);
+        QCOMPARE(manager.monitorCount(), 2);
         QVERIFY(!manager.fileTexts().contains(url));
         for (const QUrl &source : manager.chunkSourceMap())
             QCOMPARE(source, other);
         manager.removeFile(QUrl::fromLocalFile(QStringLiteral("/nowhere/never.txt")));
         QCOMPARE(logMessages().mid(logMessages().size() - 2),
                  QStringList({QStringLiteral("➖ removeFile: never.txt (path: /nowhere/never.txt)"),
-                              QStringLiteral("   → Remaining: 1 files, 1 chunks")}));
+                              QStringLiteral("   → Remaining: 2 files, 1 chunks")}));
         manager.removeFile(other);
+        manager.removeFile(blank);
         QVERIFY(manager.globalChunks().isEmpty());
-        QCOMPARE(logMessages().last(), QStringLiteral("   → Remaining: 0 files, 0 chunks"));
         QVERIFY(manager.snapshot()->trackedFiles.isEmpty());
-    }
-
-    // A table shows its description, a file without chunks is ready, and a running file shows as such even
-    // with an older description.
-    void overviewStates()
-    {
-        ContextManager manager(api);
-        const QUrl table = writeFile(QStringLiteral("Preise.csv"), "Artikel\tPreis\nBrot\t3\n");
-        const QUrl blank = writeFile(QStringLiteral("leer.txt"), "   \n\n  \n");
-        manager.addFile(table);
-        manager.addFile(blank);
-        QCoro::waitFor(manager.waitUntilIdle());
-        QCOMPARE(manager.getKnowledgeOverview(),
-                 QStringLiteral(
-                     "Verfügbare Wissensdateien:\n- Preise.csv (Tabelle [] mit Spalten: Artikel, Preis)\n"
-                     "- leer.txt [bereit]\n"));
-        QCOMPARE(manager.snapshot()->overview, manager.getKnowledgeOverview());
-        QCOMPARE(countLog(QStringLiteral("⚠️ No chunks created from leer.txt")), 1);
-        QVERIFY(manager.fileTexts().contains(blank));
-        QCOMPARE(provider.requests("/embeddings").size(), 1);
-
-        QSignalSpy processing(&manager, &ContextManager::processingFilesChanged);
-        manager.processFile(table);
-        QVERIFY(!manager.processingFiles().contains(table)); // the mark lands on the next turn
-        // Woken by the mark itself: a poll can come only after this small file's whole run has ended.
-        QVERIFY(processing.wait());
-        QVERIFY(manager.getKnowledgeOverview().contains(
-            QStringLiteral("- Preise.csv [wird gerade verarbeitet]\n")));
-        QVERIFY(manager.isProcessing());
-        // Asked for again while its run is going: skipped, and processed once more when that run ends.
-        manager.processFile(table);
-        manager.processFile(table);
-        QCOMPARE(countLog(QStringLiteral("⏸️ processFile skipped (already processing): Preise.csv")), 2);
-        QCoro::waitFor(manager.waitUntilIdle());
-        QCOMPARE(countLog(QStringLiteral("🔄 processFile starting: Preise.csv")), 3);
-        QVERIFY(manager.processingFiles().isEmpty());
-        QCOMPARE(processing.size(), 4);
     }
 
     // Chunks go to the server fifty at a time, and their vectors outlive the knowledge base: after a restart

@@ -4,13 +4,10 @@
 
 #include <qcoro/qcorotask.h>
 
-#include <cmath>
-
 using namespace KnowledgeTest;
 
 namespace {
 
-const QList<double> Query{1, 0, 0, 0, 0};
 const QByteArray QueryAnswer = "{\"data\":[{\"embedding\":[1,0,0,0,0]}]}";
 const QList<double> Exactly018{9, 49, 3, 3, 0}; // 9 / 50
 const QList<double> Exactly015{3, 19, 5, 2, 1}; // 3 / 20
@@ -57,14 +54,6 @@ private slots:
     }
     void cleanup() { m_manager.reset(); }
 
-    void similarityAndWords()
-    {
-        QCOMPARE(Retriever::cosineSimilarity(Query, Exactly018), 0.18);
-        QVERIFY(std::isnan(Retriever::cosineSimilarity(Query, {0, 0, 0, 0, 0})));
-        QCOMPARE(Retriever::words(QStringLiteral("Größe der ÜBERSICHT, 2024/ß x-y Ωμέγα")),
-                 QSet<QString>({"größe", "der", "übersicht", "2024", "ωμέγα"}));
-    }
-
     // Both thresholds are strict: a top score of exactly 0.18 brings no matches, and above it a score of
     // exactly 0.15 is no match. At most ten matches, equal scores in their order; vectors of no length or
     // of another length score nothing. Chunks that lead to no file give no knowledge.
@@ -105,15 +94,13 @@ private slots:
     void knowledgeFormCharacterForCharacter()
     {
         const DocumentChunk chunk = track(QStringLiteral("notiz.txt"), "Die Miete ist 900.", Score060);
-        QStringList log;
-        QCOMPARE(*ask(QStringLiteral("Miete?"), {chunk}, &log),
+        QCOMPARE(*ask(QStringLiteral("Miete?"), {chunk}),
                  QStringLiteral("<database_schema>\n") + m_manager->getKnowledgeOverview() +
                      QStringLiteral("\n</database_schema>\n\n<relevant_data>\n\n\n--- notiz.txt ---\n"
                                     "Die Miete ist 900.\n\n\n</relevant_data>\n\n<instructions>\nPrompt\n"
                                     "Beantworte die Frage anhand der oben bereitgestellten Daten. Erfinde "
                                     "KEINE Informationen, die nicht in den Daten stehen. Antworte präzise "
                                     "und hilfreich.\n</instructions>"));
-        QCOMPARE(log.last(), QStringLiteral("📄 Injected full text of notiz.txt (18 chars)"));
     }
 
     void fileNameRules()
@@ -122,6 +109,8 @@ private slots:
         track(QStringLiteral("Preise.xlsx"), "kein Arbeitsbuch");
         track(QStringLiteral("scan.pdf"), "kein PDF");
         track(QStringLiteral("x.txt"), "ein Buchstabe");
+        QCOMPARE(Retriever::words(QStringLiteral("Größe der ÜBERSICHT, 2024/ß x-y Ωμέγα")),
+                 QSet<QString>({"größe", "der", "übersicht", "2024", "ωμέγα"}));
         const auto names = [this, &chunk](const QString &question) {
             QStringList log, matched;
             ask(question, {chunk}, &log);

@@ -4,6 +4,8 @@
 
 #include <QDir>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
 // Feeds the reads one after another and returns the lines, the last unterminated one included; a line
@@ -69,8 +71,12 @@ private slots:
         const int ignore = int(StreamEvent::Kind::Ignore);
         const int piece = int(StreamEvent::Kind::Piece);
         const int done = int(StreamEvent::Kind::Done);
-        QTest::addRow("piece") << R"(data: {"choices":[{"delta":{"content":"Hal"}}]})" << piece << "Hal";
-        QTest::addRow("empty piece") << R"(data: {"choices":[{"delta":{"content":""}}]})" << piece << "";
+        // An event whose one delta has this content, and these members after the choices.
+        const auto event = [](const QString &content, const QString &more = {}) {
+            return R"(data: {"choices":[{"delta":{"content":)" + content + u"}}]"_s + more + u'}';
+        };
+        QTest::addRow("piece") << event(R"("Hal")") << piece << "Hal";
+        QTest::addRow("empty piece") << event(R"("")") << piece << "";
         QTest::addRow("done") << "data: [DONE]" << done << "";
         QTest::addRow("done without space") << "data:[DONE]" << ignore << "";
         QTest::addRow("no space after colon")
@@ -79,9 +85,9 @@ private slots:
         QTest::addRow("comment") << ": keep-alive" << ignore << "";
         QTest::addRow("other field") << "event: message" << ignore << "";
         QTest::addRow("empty line") << "" << ignore << "";
-        QTest::addRow("null content") << R"(data: {"choices":[{"delta":{"content":null}}]})" << ignore << "";
+        QTest::addRow("null content") << event(u"null"_s) << ignore << "";
         QTest::addRow("role only") << R"(data: {"choices":[{"delta":{"role":"assistant"}}]})" << ignore << "";
-        QTest::addRow("number content") << R"(data: {"choices":[{"delta":{"content":5}}]})" << ignore << "";
+        QTest::addRow("number content") << event(u"5"_s) << ignore << "";
         QTest::addRow("no delta") << R"(data: {"choices":[{"finish_reason":"stop"}]})" << ignore << "";
         QTest::addRow("delta not object") << R"(data: {"choices":[{"delta":"x"}]})" << ignore << "";
         QTest::addRow("empty choices") << R"(data: {"choices":[],"usage":{}})" << ignore << "";
@@ -94,34 +100,23 @@ private slots:
         QTest::addRow("second choice ignored")
             << R"(data: {"choices":[{"index":1,"delta":{"content":"A"}},{"index":0,"delta":{"content":"B"}}]})"
             << piece << "A";
-        QTest::addRow("escapes") << R"(data: {"choices":[{"delta":{"content":"a\nb \u00e9 \ud83d\ude0a"}}]})"
-                                 << piece << QStringLiteral("a\nb é 😊");
+        QTest::addRow("escapes") << event(R"("a\nb \u00e9 \ud83d\ude0a")") << piece << u"a\nb é 😊"_s;
         // A number Qt's parser cannot hold as a double makes the whole event unreadable.
-        QTest::addRow("number beyond double")
-            << R"(data: {"choices":[{"delta":{"content":""}}],"":1e908})" << ignore << "";
+        QTest::addRow("number beyond double") << event(R"("")", R"(,"":1e908)") << ignore << "";
         // Found by fuzzing: a value where a key belongs, after the delta was read.
         QTest::addRow("colon after a value")
             << R"(data: {"":2,"choices":[{"":0,"delta":{"":"","content":""},"":"":}}]})" << ignore << "";
-        QTest::addRow("number too small for double")
-            << R"(data: {"choices":[{"delta":{"content":"x"}}],"n":-1e-400})" << ignore << "";
-        QTest::addRow("400-digit number")
-            << QStringLiteral(R"(data: {"choices":[{"delta":{"content":"x"}}],"n":%1})")
-                   .arg(QString(400, '9'))
-            << ignore << "";
+        QTest::addRow("number too small for double") << event(R"("x")", R"(,"n":-1e-400)") << ignore << "";
+        QTest::addRow("400-digit number") << event(R"("x")", R"(,"n":)" + QString(400, u'9')) << ignore << "";
         QTest::addRow("number at the edge of double")
-            << R"(data: {"choices":[{"delta":{"content":"x"}}],"n":1.7976931348623157e308,"m":4.9e-324})"
-            << piece << "x";
+            << event(R"("x")", R"(,"n":1.7976931348623157e308,"m":4.9e-324)") << piece << "x";
         // A byte-order mark inside the text is a character, except that Qt's parser drops one that opens a
         // string without escapes.
         QTest::addRow("byte-order mark after an escape")
-            << QStringLiteral("data: {\"choices\":[{\"delta\":{\"content\":\"\\\"\uFEFF\"}}]}") << piece
-            << QStringLiteral("\"\uFEFF");
-        QTest::addRow("byte-order mark first")
-            << QStringLiteral("data: {\"choices\":[{\"delta\":{\"content\":\"\uFEFF\uFEFFx\"}}]}") << piece
-            << QStringLiteral("\uFEFFx");
+            << event(u"\"\\\"\uFEFF\""_s) << piece << u"\"\uFEFF"_s;
+        QTest::addRow("byte-order mark first") << event(u"\"\uFEFF\uFEFFx\""_s) << piece << u"\uFEFFx"_s;
         QTest::addRow("byte-order mark after a unicode escape")
-            << QStringLiteral("data: {\"choices\":[{\"delta\":{\"content\":\"\\u00e9\uFEFF\"}}]}") << piece
-            << QStringLiteral("é\uFEFF");
+            << event(u"\"\\u00e9\uFEFF\""_s) << piece << u"é\uFEFF"_s;
     }
     void events()
     {
