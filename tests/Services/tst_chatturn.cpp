@@ -116,15 +116,10 @@ private slots:
 
         const QList<TestProvider::Request> requests = provider.requests();
         QCOMPARE(requests.size(), redirect ? 2 : 1);
-        QCOMPARE(requests.last().method, QByteArray("POST"));
         QCOMPARE(requests.last().path,
                  redirect ? QByteArray("/v2/chat/completions") : QByteArray("/v1/chat/completions"));
         QCOMPARE(requests.last().body, requests.first().body);
-        QCOMPARE(requests.last().headers.value("authorization"), QByteArray("Bearer test-key"));
-        QCOMPARE(requests.last().headers.value("content-type"), QByteArray("application/json"));
         const QString code = QString::number(status);
-        QVERIFY(console.contains(
-            QStringLiteral("Stream: Starting request for model mistral3... with 0 attachments")));
         QVERIFY(console.contains(QStringLiteral("Stream: Response received. Status: ") + code));
         if (redirect)
             QVERIFY(!console.text().contains(QString::number(redirect)));

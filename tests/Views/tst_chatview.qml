@@ -85,6 +85,7 @@ Item {
             compare(focused().objectName, "inputField");
             compare(session.inputText, "b");
             compare(session.messages.count, 2, "no second turn");
+            verify(session.canSend, "the waiting text can go now");
         }
 
         // The thinking indicator shows until the answer starts; the bubbles sit on their sides; clearing
