@@ -1,6 +1,5 @@
 #include "../Services/KnowledgeTestUtil.h"
 #include "ConsoleCapture.h"
-#include "Core/Notifier.h"
 #include "Services/DebugLog.h"
 #include "SessionFixture.h"
 #include "TestMain.h"
@@ -167,21 +166,6 @@ private slots:
         const QJsonArray messages = f.provider.requests().last().json()[QStringLiteral("messages")].toArray();
         QCOMPARE(messages.size(), 4);
         QCOMPARE(messages[2].toObject(), (QJsonObject{{"role", "assistant"}, {"content", ""}}));
-    }
-
-    // Clearing the conversation during a turn drops the pieces that come after. (Return during an answer is
-    // the view test's, through the key.)
-    void clearingWhileAnAnswerStreams()
-    {
-        Fixture f;
-        f.provider.enqueueChat(Response::sse({QStringLiteral("c"), QStringLiteral("d")}, true, 300));
-        f.send(QStringLiteral("Dritte"));
-        QTRY_COMPARE(f.messages().size(), 2);
-        Notifier::instance().post(Notifier::ClearChatMemory);
-        QTRY_VERIFY(f.messages().isEmpty());
-        QVERIFY(f.waitForTurn());
-        QVERIFY(f.messages().isEmpty());
-        QVERIFY(!f.session->isLoading());
     }
 
     // Pictures to a model that cannot see are refused after a moment, and nothing is sent. Documents alone go
