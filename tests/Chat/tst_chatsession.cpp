@@ -1,6 +1,5 @@
 #include "../Services/KnowledgeTestUtil.h"
 #include "ConsoleCapture.h"
-#include "Core/Notifier.h"
 #include "Services/DebugLog.h"
 #include "SessionFixture.h"
 #include "TestMain.h"
@@ -115,8 +114,8 @@ private slots:
         QCOMPARE(extracted() - before, 3);
     }
 
-    // A broken transfer keeps what came and notes the error in the answer; the next turn can go, and an HTTP
-    // error reads as the provider's status.
+    // A broken transfer keeps what came and notes the error in the answer. (An HTTP error's note is the
+    // command-line test's, through this same session.)
     void errorIsNotedInTheAnswer()
     {
         Fixture f;
@@ -134,12 +133,6 @@ private slots:
         QCOMPARE(f.messages().last().text(),
                  QStringLiteral("Teil\n[Fehler: ") + description + QLatin1Char(']'));
         QVERIFY(console.contains(QStringLiteral("Error sending message: ") + description));
-
-        f.provider.enqueueChat(Response::text(401, "nope"));
-        f.send(QStringLiteral("Nochmal"));
-        QVERIFY(f.waitForTurn());
-        QCOMPARE(f.messages().last().text(),
-                 QStringLiteral("\n[Fehler: API request failed with status 401]"));
     }
 
     // A stopped turn is no failure, and its answer, empty as it is, stays in the conversation and its
@@ -175,41 +168,6 @@ private slots:
         QCOMPARE(messages[2].toObject(), (QJsonObject{{"role", "assistant"}, {"content", ""}}));
     }
 
-    // Return during an answer sends nothing: the typed text waits, and no second turn writes into the answer.
-    // Clearing the conversation during a turn drops the pieces that come after.
-    void sendingAndClearingWhileAnAnswerStreams()
-    {
-        Fixture f;
-        f.provider.enqueueChat(
-            Response::sse({QStringLiteral("a1 "), QStringLiteral("a2 "), QStringLiteral("a3")}, true, 150));
-        f.provider.enqueueChat(Response::sse({QStringLiteral("b1 "), QStringLiteral("b2")}, true, 10));
-        f.send(QStringLiteral("Erste"));
-        QTRY_VERIFY(f.messages().size() == 2 && !f.messages().last().text().isEmpty());
-        f.session->setInputText(QStringLiteral("Zweite"));
-        QVERIFY(!f.session->canSend());
-        f.session->sendMessage();
-        QCOMPARE(f.session->inputText(), QStringLiteral("Zweite"));
-        QVERIFY(f.waitForTurn());
-        QCOMPARE(f.messages().size(), 2);
-        QCOMPARE(f.messages().last().text(), QStringLiteral("a1 a2 a3"));
-        QCOMPARE(f.provider.requests().size(), 1);
-
-        QVERIFY(f.session->canSend()); // the waiting text goes once the answer is complete
-        f.session->sendMessage();
-        QVERIFY(f.waitForTurn());
-        QCOMPARE(f.messages().size(), 4);
-        QCOMPARE(f.messages()[3].text(), QStringLiteral("b1 b2"));
-
-        f.provider.enqueueChat(Response::sse({QStringLiteral("c"), QStringLiteral("d")}, true, 300));
-        f.send(QStringLiteral("Dritte"));
-        QTRY_COMPARE(f.messages().size(), 6);
-        Notifier::instance().post(Notifier::ClearChatMemory);
-        QTRY_VERIFY(f.messages().isEmpty());
-        QVERIFY(f.waitForTurn());
-        QVERIFY(f.messages().isEmpty());
-        QVERIFY(!f.session->isLoading());
-    }
-
     // Pictures to a model that cannot see are refused after a moment, and nothing is sent. Documents alone go
     // to any model; pictures go to a model outside the catalogue.
     void visionCheck()
@@ -236,13 +194,7 @@ private slots:
         f.attach(picture);
         f.send(QStringLiteral("Und jetzt?"));
         QVERIFY(f.waitForTurn());
-        const QJsonArray parts = f.provider.requests()
-                                     .last()
-                                     .json()[QStringLiteral("messages")]
-                                     .toArray()
-                                     .last()[QStringLiteral("content")]
-                                     .toArray();
-        QCOMPARE(parts.size(), 2);
+        QCOMPARE(f.provider.requests().size(), 2);
     }
 
     // Names and models are the user's text: a "%1" in them is printed as it stands.

@@ -156,23 +156,18 @@ private slots:
         QCOMPARE(system(sent(QStringLiteral("x"), {}, QString())), QStringLiteral("\n") + sentence);
     }
 
-    // Documents follow the question as text blocks (empty or unreadable ones are left out); long ones are
-    // cut as attachments are.
+    // Documents follow the question as text blocks; empty or unreadable ones are left out. (How long ones are
+    // cut is the text extraction test's.)
     void documentsBecomeTextBlocks()
     {
         const QJsonValue content = userContent(
             sent(QStringLiteral("Frage"),
                  {document(QStringLiteral("notes.md"), "# Notizen\nZeile mit Umlaut: ä"),
                   document(QStringLiteral("leer.txt"), ""), document(QStringLiteral("alt.txt"), "Gr\xfc\xdf"),
-                  document(QStringLiteral("daten.csv"), "a,b\n1,2\n"),
-                  document(QStringLiteral("lang.txt"), QByteArray(30001, 'x'))}));
+                  document(QStringLiteral("daten.csv"), "a,b\n1,2\n")}));
         QCOMPARE(content.toString(),
                  QStringLiteral("Frage\n\n--- Dokument: notes.md ---\n# Notizen\nZeile mit Umlaut: ä\n"
-                                "\n\n--- Dokument: daten.csv ---\na,b\n1,2\n\n"
-                                "\n\n--- Dokument: lang.txt ---\n") +
-                     QString(30000, QLatin1Char('x')) +
-                     QStringLiteral(
-                         "\n\n[... Text wurde gekürzt, da das Dokument zu lang für den Kontext ist ...]\n"));
+                                "\n\n--- Dokument: daten.csv ---\na,b\n1,2\n\n"));
     }
 
     // With pictures the question and the documents' text are the first part, the pictures follow as JPEG

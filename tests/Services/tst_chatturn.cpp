@@ -116,15 +116,10 @@ private slots:
 
         const QList<TestProvider::Request> requests = provider.requests();
         QCOMPARE(requests.size(), redirect ? 2 : 1);
-        QCOMPARE(requests.last().method, QByteArray("POST"));
         QCOMPARE(requests.last().path,
                  redirect ? QByteArray("/v2/chat/completions") : QByteArray("/v1/chat/completions"));
         QCOMPARE(requests.last().body, requests.first().body);
-        QCOMPARE(requests.last().headers.value("authorization"), QByteArray("Bearer test-key"));
-        QCOMPARE(requests.last().headers.value("content-type"), QByteArray("application/json"));
         const QString code = QString::number(status);
-        QVERIFY(console.contains(
-            QStringLiteral("Stream: Starting request for model mistral3... with 0 attachments")));
         QVERIFY(console.contains(QStringLiteral("Stream: Response received. Status: ") + code));
         if (redirect)
             QVERIFY(!console.text().contains(QString::number(redirect)));
@@ -192,22 +187,12 @@ private slots:
         }
     }
 
-    // No server, a server silent after some pieces, after its head or from the start: the time-out is no
-    // cancel, it says what happened, keeps what came, and the aborted reply is not read again. (A broken
-    // transfer is the session test's.)
+    // A server silent after some pieces, after its head or from the start: the time-out is no cancel, it
+    // says what happened, keeps what came, and the aborted reply is not read again. (A broken transfer is
+    // the session test's; no server at all takes the silent start's way, and the embeddings test's.)
     void transportFailures()
     {
         QTest::failOnWarning(QRegularExpression(QStringLiteral(".*")));
-        std::unique_ptr<TestProvider> gone = std::make_unique<TestProvider>();
-        QVERIFY(gone->listen());
-        const auto closed = clientFor(*gone);
-        gone.reset();
-        ConsoleCapture console;
-        const CollectedStream unreachable = readAll(closed->sendStreamingMessage(
-            QStringLiteral("Hallo"), {}, {}, QStringLiteral("mistral3"), QStringLiteral("Prompt"), {}));
-        QCOMPARE(unreachable.error.value_or(ProviderError{}).domain, QStringLiteral("QNetworkReply"));
-        QVERIFY(console.contains(QStringLiteral("Stream Error: ") + unreachable.error->fullText()));
-
         TestProvider provider;
         QVERIFY(provider.listen());
         Response stalled = Response::sse({QStringLiteral("Teil")}, false);

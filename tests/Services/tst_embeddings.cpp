@@ -27,40 +27,36 @@ QByteArray fixture(const QString &name)
 class TestEmbeddings : public QObject {
     Q_OBJECT
 private slots:
-    void sendsTheRequestAndReadsTheVectors()
+    // The request as the provider reads it and the console's lines around it. No texts are sent all the
+    // same, and an empty answer is a success.
+    void request()
     {
         TestProvider provider;
         QVERIFY(provider.listen());
         ConsoleCapture console;
         const auto client = clientFor(provider);
-        const EmbeddingsResult result = QCoro::waitFor(
-            client->createEmbeddings({QStringLiteral("Rechnung Mai"), QStringLiteral("Äpfel/Birnen")},
-                                     QStringLiteral("bge_multilingual_gemma2"), QStringLiteral("index")));
-        QCOMPARE(result.vectors.size(), 2);
-        QCOMPARE(result.vectors[0], TestProvider::bagOfWordsVector(QStringLiteral("Rechnung Mai")));
+        QVERIFY(embed(*client, {QStringLiteral("Rechnung Mai"), QStringLiteral("Äpfel/Birnen")}).ok());
+        provider.enqueueEmbeddings(TestProvider::Response::json(200, R"({"data":[]})"));
+        QVERIFY(embed(*client, {}).ok());
         const TestProvider::Request request = provider.requests().first();
         QCOMPARE(request.method, QByteArray("POST"));
         QCOMPARE(request.path, provider.baseUrl().path().toUtf8() + "/embeddings");
         QCOMPARE(request.headers.value("authorization"), QByteArray("Bearer test-key"));
         QCOMPARE(request.headers.value("content-type"), QByteArray("application/json"));
-        QCOMPARE(request.json(), (QJsonObject{{"model", "bge_multilingual_gemma2"},
+        QCOMPARE(request.json(), (QJsonObject{{"model", "m"},
                                               {"mode", "index"},
                                               {"input", QJsonArray{"Rechnung Mai", "Äpfel/Birnen"}}}));
-
-        // No texts are sent all the same, and an empty answer is a success.
-        provider.enqueueEmbeddings(TestProvider::Response::json(200, R"({"data":[]})"));
-        QVERIFY(embed(*client, {}).ok());
         QCOMPARE(provider.requests().last().json().value("input").toArray(), QJsonArray());
-        QCOMPARE(console.lines(),
-                 QStringList({"🔢 Embedding 2 texts with model=bge_multilingual_gemma2 mode=index",
-                              "✅ Embedding success: 2 vectors returned",
-                              "🔢 Embedding 0 texts with model=m mode=index",
-                              "✅ Embedding success: 0 vectors returned"}));
+        QCOMPARE(console.lines(), QStringList({"🔢 Embedding 2 texts with model=m mode=index",
+                                               "✅ Embedding success: 2 vectors returned",
+                                               "🔢 Embedding 0 texts with model=m mode=index",
+                                               "✅ Embedding success: 0 vectors returned"}));
     }
 
     // Every answer through the real call. A 200 is decoded: the outcome is "vectors x dimensions: first
     // number", or the decoder's error domain and code. Any other status is the provider's error with the
-    // body ("Unknown error" when it is not UTF-8), whatever class of failure Qt sorts the status into.
+    // body ("Unknown error" when it is not UTF-8), whatever class of failure Qt sorts the status into. No
+    // server (status 0) and silence (-1) are the transport's errors, the time-out one of its own.
     void answers_data()
     {
         QTest::addColumn<int>("status");
@@ -95,18 +91,28 @@ private slots:
         QTest::addRow("500 not UTF-8") << 500 << QByteArray("\xff\xfe broken") << "Unknown error";
         QTest::addRow("503 empty") << 503 << QByteArray() << "";
         QTest::addRow("204 no content") << 204 << QByteArray() << "";
+        QTest::addRow("no server")
+            << 0 << QByteArray()
+            << QStringLiteral("QNetworkReply %1").arg(QNetworkReply::ConnectionRefusedError);
+        QTest::addRow("silence") << -1 << QByteArray()
+                                 << QStringLiteral("QNetworkReply %1").arg(QNetworkReply::TimeoutError);
     }
     void answers()
     {
         QFETCH(int, status);
         QFETCH(QByteArray, body);
         QFETCH(QString, outcome);
-        TestProvider provider;
-        QVERIFY(provider.listen());
-        provider.enqueueEmbeddings(TestProvider::Response::text(status, body, "application/json"));
+        auto provider = std::make_unique<TestProvider>();
+        QVERIFY(provider->listen());
+        TestProvider::Response response = TestProvider::Response::text(status, body, "application/json");
+        response.neverAnswer = status < 0;
+        provider->enqueueEmbeddings(response);
+        const auto client = clientFor(*provider, status < 0 ? 300 : 60000);
+        if (status == 0)
+            provider.reset();
         ConsoleCapture console;
-        const EmbeddingsResult result = embed(*clientFor(provider));
-        if (status != 200) {
+        const EmbeddingsResult result = embed(*client);
+        if (status > 0 && status != 200) {
             const QString code = QString::number(status);
             QCOMPARE(result.error.value_or(ProviderError{}),
                      ProviderError::api(status, QStringLiteral("Embedding request failed (HTTP ") + code +
@@ -124,29 +130,6 @@ private slots:
                      outcome);
         else
             QCOMPARE(result.error->domain + QLatin1Char(' ') + QString::number(result.error->code), outcome);
-    }
-
-    // No server at all, and one that never answers: the transport's error, the time-out as one of its own.
-    void transportFailures()
-    {
-        std::shared_ptr<const InfomaniakAPI> closed;
-        {
-            TestProvider gone;
-            QVERIFY(gone.listen());
-            closed = clientFor(gone);
-        }
-        const EmbeddingsResult refused = embed(*closed);
-        QCOMPARE(refused.error.value_or(ProviderError{}).domain, QStringLiteral("QNetworkReply"));
-        QCOMPARE(refused.error->code, int(QNetworkReply::ConnectionRefusedError));
-
-        TestProvider provider;
-        QVERIFY(provider.listen());
-        TestProvider::Response silent;
-        silent.neverAnswer = true;
-        provider.enqueueEmbeddings(silent);
-        QCOMPARE(embed(*clientFor(provider, 300)).error.value_or(ProviderError{}),
-                 (ProviderError{QStringLiteral("QNetworkReply"), int(QNetworkReply::TimeoutError),
-                                QStringLiteral("The request timed out.")}));
     }
 };
 

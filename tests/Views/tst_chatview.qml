@@ -85,10 +85,11 @@ Item {
             compare(focused().objectName, "inputField");
             compare(session.inputText, "b");
             compare(session.messages.count, 2, "no second turn");
+            verify(session.canSend, "the waiting text can go now");
         }
 
         // The thinking indicator shows until the answer starts; the bubbles sit on their sides; clearing
-        // empties the list, not the field.
+        // during a turn empties the list, not the field, and the pieces after it stay away.
         function test_bubblesAndClearing() {
             const indicator = named("thinkingIndicator");
             compare(indicator.visible, false);
@@ -109,8 +110,12 @@ Item {
             compare(tiles.visible, true);
             fuzzyCompare(tiles.x + tiles.width, user.width, 0.5);
 
+            ask("Noch was", ["c", "d"], 300);
+            tryCompare(session.messages, "count", 4);
             session.inputText = "Entwurf";
             session.clearMessages();
+            compare(named("messageRepeater").count, 0);
+            tryCompare(session, "isLoading", false, 5000);
             compare(named("messageRepeater").count, 0);
             compare(session.inputText, "Entwurf");
         }
