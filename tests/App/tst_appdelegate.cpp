@@ -5,6 +5,7 @@
 #include "Core/Notifier.h"
 #include "Core/SettingsScreenState.h"
 #include "Services/ContextManager.h"
+#include "Services/InfomaniakAPI.h"
 #include "Services/KnowledgeBookmarks.h"
 #include "TestMain.h"
 #include "TestProvider.h"
@@ -16,6 +17,8 @@
 #include <QAbstractItemModelTester>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
 #include <QQuickItem>
 
 Q_DECLARE_METATYPE(TestProvider::Response)
@@ -51,6 +54,8 @@ private slots:
         QVERIFY(m_provider->listen());
         qputenv("QUILLMOOR_API_BASE_URL", m_provider->baseUrl().toString().toUtf8());
     }
+    // Each start asks for the server's models; that request ends before the next test (or the process).
+    void cleanup() { QTRY_VERIFY(InfomaniakAPI::network().findChildren<QNetworkReply *>().isEmpty()); }
 
     // What the user dropped into the settings is added in order on later turns, and comes back after a
     // restart, less what went missing meanwhile.

@@ -47,6 +47,8 @@ public:
         return QUrl::fromLocalFile(TestEnvironment::writePicture(name, {64, 48}, QColor(40, 120, 200)));
     }
 
+    void settle() { QCoro::waitFor(m_app.knowledge->waitUntilIdle()); }
+
     // Back to an idle, empty screen between tests.
     Q_INVOKABLE void reset()
     {
@@ -87,7 +89,12 @@ public slots:
         engine->addImageProvider(IconImageProvider::Name, new IconImageProvider);
     }
 
-    void cleanupTestCase() { m_fixture.reset(); }
+    // Knowledge still being processed holds the vector cache and its thread; it ends before the fixture goes.
+    void cleanupTestCase()
+    {
+        m_fixture->settle();
+        m_fixture.reset();
+    }
 
 private:
     std::unique_ptr<ViewsFixture> m_fixture;

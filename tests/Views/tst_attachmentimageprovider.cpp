@@ -39,7 +39,7 @@ private slots:
                     std::lock_guard lock(idsMutex);
                     known = ids;
                 }
-                for (const QString &id : known) {
+                for (const QString &id : std::as_const(known)) { // no detach beside the appends
                     QSize size;
                     const QImage image = images.requestImage(id, &size, QSize(80, 50));
                     if (image.isNull())
