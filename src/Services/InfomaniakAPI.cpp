@@ -98,6 +98,15 @@ QNetworkAccessManager &InfomaniakAPI::network()
 
 void NetworkShutdown::closeConnections()
 {
+    // Requests still under way end now, so the calls awaiting them finish and let go of what they hold.
+    if (QNetworkAccessManager *manager = sharedManager().data()) {
+        const QList<QNetworkReply *> replies = manager->findChildren<QNetworkReply *>();
+        QList<QPointer<QNetworkReply>> running(replies.begin(), replies.end());
+        for (const QPointer<QNetworkReply> &reply : std::as_const(running))
+            if (reply && reply->isRunning())
+                reply->abort();
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    }
     delete sharedManager().data();
     // The manager's connection thread hands the last of its clean-up back as queued events.
     QCoreApplication::sendPostedEvents();

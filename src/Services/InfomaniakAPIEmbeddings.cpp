@@ -38,8 +38,8 @@ QCoro::Task<EmbeddingsResult> InfomaniakAPI::createEmbeddings(const QStringList 
                            {QStringLiteral("mode"), mode}};
 
     // The reply is owned here, so a caller that goes away mid-call leaves nothing behind.
-    std::unique_ptr<QNetworkReply> reply(network().post(request(QStringLiteral("/embeddings")),
-                                                        QJsonDocument(body).toJson(QJsonDocument::Compact)));
+    ProviderReply::Owned reply(network().post(request(QStringLiteral("/embeddings")),
+                                              QJsonDocument(body).toJson(QJsonDocument::Compact)));
     co_await reply.get();
 
     // Any HTTP answer other than 200 is the provider's error, whatever Qt's error code makes of its status;

@@ -25,7 +25,7 @@ QFuture<std::variant<QStringList, ProviderError>> decodeInBackground(const QByte
 
 QCoro::Task<ModelsResult> InfomaniakAPI::listModels() const
 {
-    std::unique_ptr<QNetworkReply> reply(network().get(request(QStringLiteral("/models"))));
+    ProviderReply::Owned reply(network().get(request(QStringLiteral("/models"))));
     co_await reply.get();
 
     // Read as the other calls read their replies: a redirect Qt follows is no answer of its own.

@@ -3,7 +3,9 @@
 #include "Core/ProviderError.h"
 
 #include <QByteArray>
+#include <QObject>
 
+#include <memory>
 #include <optional>
 
 class QNetworkReply;
@@ -11,6 +13,13 @@ class QNetworkReply;
 // How the provider client reads the outcome of one of its HTTP replies, the same for the chat turn and the
 // embeddings call.
 namespace ProviderReply {
+
+// A reply held by the call that awaits it. The call resumes inside the reply's own finished signal (or its
+// abort), where the reply may not be deleted outright.
+struct LaterDeleter {
+    void operator()(QObject *object) const { object->deleteLater(); }
+};
+using Owned = std::unique_ptr<QNetworkReply, LaterDeleter>;
 
 // The status of the answer the reply ended on. A redirect that Qt follows (or refuses) is no answer of its
 // own: its status is passed over, and so is a reply that has not seen a final head or is not HTTP.
