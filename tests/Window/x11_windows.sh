@@ -41,6 +41,14 @@ check() { # description, command...
   fi
 }
 
+# A pass that cannot go on: one failure with the log that tells why, and its programs stopped.
+abandon_pass() { # what, log
+  echo "FAIL!  $PASS_NAME: $1"
+  FAILURES=$((FAILURES + 1))
+  cat "$2"
+  stop_all
+}
+
 eventually() { # seconds, command...: polls until the command succeeds
   local until=$((SECONDS + $1))
   shift
@@ -118,7 +126,10 @@ run_pass() { # name, compositor (yes/no), scale
   exec 3>"$WORK/display"
   Xvfb -displayfd 3 -screen 0 2400x1600x24 -nolisten tcp >"$WORK/xvfb.log" 2>&1 &
   PIDS+=($!)
-  eventually 10 test -s "$WORK/display" || { echo "FAIL!  $PASS_NAME: Xvfb did not start"; FAILURES=$((FAILURES + 1)); return; }
+  if ! eventually 10 test -s "$WORK/display"; then
+    abandon_pass "Xvfb did not start" "$WORK/xvfb.log"
+    return
+  fi
   exec 3>&-
   display=$(head -1 "$WORK/display")
   export DISPLAY=":$display"
@@ -145,10 +156,7 @@ run_pass() { # name, compositor (yes/no), scale
   base=$(sed -n 's/.*QUILLMOOR_API_BASE_URL=\(http:[^ ]*\/v1\)$/\1/p' "$WORK/provider.log" | head -1)
   # Without its address the app would ask the compiled-in provider, and every later check would mislead.
   if [ -z "$base" ]; then
-    echo "FAIL!  $PASS_NAME: the test provider gave no address"
-    FAILURES=$((FAILURES + 1))
-    cat "$WORK/provider.log"
-    stop_all
+    abandon_pass "the test provider gave no address" "$WORK/provider.log"
     return
   fi
 
@@ -162,10 +170,7 @@ run_pass() { # name, compositor (yes/no), scale
   eventually 20 window_named '^Quillmoor$' >/dev/null
   chat=$(window_named '^Quillmoor$')
   if [ -z "$chat" ]; then
-    echo "FAIL!  $PASS_NAME: the chat window did not appear"
-    FAILURES=$((FAILURES + 1))
-    cat "$WORK/app.log"
-    stop_all
+    abandon_pass "the chat window did not appear" "$WORK/app.log"
     return
   fi
 
