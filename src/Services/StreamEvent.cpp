@@ -25,12 +25,12 @@ std::optional<QByteArrayView> dataOf(QByteArrayView line)
     return line.sliced(Prefix.size());
 }
 
-namespace od = simdjson::ondemand;
+namespace dom = simdjson::dom;
 
 // Longer events go to Qt's parser: the fast reader's buffers grow to the longest line it has read and stay.
 constexpr size_t MaxFastBytes = 1024 * 1024;
 // Deeper documents go to Qt's parser, which has its own limit.
-constexpr int MaxFastDepth = 64;
+constexpr size_t MaxFastDepth = 64;
 
 // What the fast reader found. `Unsure` hands the line to Qt's parser, which decides: the fast reader only
 // answers where it is certain to decide as Qt does.
@@ -39,269 +39,82 @@ enum class Outcome { Content, NoContent, Unsure };
 struct Found {
     Outcome outcome = Outcome::NoContent;
     std::string_view content;
-    const char *raw = nullptr; // where the content's string starts in the document
 };
 
 constexpr Found Unsure{Outcome::Unsure, {}};
 
-std::string_view bom("\xEF\xBB\xBF", 3);
-
-// Qt reads a string without escapes as one run of UTF-8, which drops a leading byte-order mark, as
-// QString::fromUtf8 does; a string with escapes is read character by character and keeps every one. `text`
-// is the unescaped string, `raw` its bytes in the document: when there are escapes, the first lies within
-// the unescaped length.
-QString toQString(std::string_view text, const char *raw)
+// Qt drops a byte-order mark that starts a string without escapes and keeps one written as an escape; the
+// parsed string no longer tells which, so such strings are left to Qt.
+bool startsWithMark(std::string_view text)
 {
-    const auto decode = [](std::string_view utf8) {
-        return QString::fromUtf8(utf8.data(), qsizetype(utf8.size()));
-    };
-    if (text.substr(0, 3) != bom || !std::memchr(raw, '\\', text.size()))
-        return decode(text);
-    QString marks;
-    while (text.substr(0, 3) == bom) {
-        marks += QChar(0xFEFF);
-        text.remove_prefix(3);
-    }
-    return marks + decode(text);
+    return text.substr(0, 3) == std::string_view("\xEF\xBB\xBF", 3);
 }
 
-// Where the string that begins after `raw` ends, or nothing when it holds an escape: only escapes need
-// the unescaping pass (the bytes themselves were checked as UTF-8 with the whole document).
-std::optional<std::string_view> plainString(const char *raw)
+// Qt refuses a number that does not fit a double, also one that rounds to zero; both readers round
+// correctly, but near the edges, and for every zero written as a fraction, the decision is left to Qt.
+bool numberQtAccepts(double number)
 {
-    const char *quote = static_cast<const char *>(std::strchr(raw, '"'));
-    if (!quote || std::memchr(raw, '\\', size_t(quote - raw)))
-        return std::nullopt;
-    return std::string_view(raw, size_t(quote - raw));
+    const double magnitude = std::fabs(number);
+    return std::isfinite(number) && magnitude <= 1e300 && magnitude >= 1e-300;
 }
 
-// A field's key as Qt compares it: unescaped.
-bool keyOf(od::field &field, std::string_view &key)
+// The grammar, UTF-8 and escapes were checked by the parser; what is left is where Qt is stricter.
+bool qtAccepts(dom::element value)
 {
-    if (const std::optional<std::string_view> plain = plainString(field.key().raw())) {
-        key = *plain;
+    switch (value.type()) {
+    case dom::element_type::OBJECT:
+        for (const dom::key_value_pair field : dom::object(value))
+            if (startsWithMark(field.key) || !qtAccepts(field.value))
+                return false;
+        return true;
+    case dom::element_type::ARRAY:
+        for (const dom::element element : dom::array(value))
+            if (!qtAccepts(element))
+                return false;
+        return true;
+    case dom::element_type::DOUBLE:
+        return numberQtAccepts(double(value));
+    default:
         return true;
     }
-    return !field.unescaped_key().get(key);
 }
 
-// Reads a value as Qt's parser would have to, so that an error anywhere is seen; true when Qt accepts it
-// for certain.
-bool check(od::value value, int depth);
-
-bool checkObject(od::object object, int depth)
+// Qt keeps the last of duplicate keys.
+std::optional<dom::element> lastField(dom::element object, std::string_view key)
 {
-    for (auto entry : object) {
-        od::field field;
-        if (std::move(entry).get(field))
-            return false;
-        std::string_view key;
-        od::value value = field.value();
-        if (!keyOf(field, key) || !check(value, depth))
-            return false;
-    }
-    return true;
-}
-
-bool checkArray(od::array array, int depth)
-{
-    for (auto element : array) {
-        od::value value;
-        if (element.get(value) || !check(value, depth))
-            return false;
-    }
-    return true;
-}
-
-bool checkNumber(od::value value)
-{
-    const std::string_view token = value.raw_json_token();
-    double number = 0;
-    if (value.get_double().get(number))
-        return false;
-    const double magnitude = std::fabs(number);
-    // Qt refuses what does not fit a double, also what rounds to zero; both readers round correctly, but
-    // near the edges the decision is left to Qt.
-    if (!std::isfinite(number) || magnitude > 1e300 || (magnitude != 0 && magnitude < 1e-300))
-        return false;
-    if (number == 0)
-        for (const char c : token) {
-            if (c == 'e' || c == 'E')
-                break;
-            if (c >= '1' && c <= '9')
-                return false;
-        }
-    return true;
-}
-
-bool check(od::value value, int depth)
-{
-    if (depth > MaxFastDepth)
-        return false;
-    od::json_type type;
-    if (value.type().get(type))
-        return false;
-    switch (type) {
-    case od::json_type::object: {
-        od::object object;
-        return !value.get_object().get(object) && checkObject(object, depth + 1);
-    }
-    case od::json_type::array: {
-        od::array array;
-        return !value.get_array().get(array) && checkArray(array, depth + 1);
-    }
-    case od::json_type::string: {
-        // A string without escapes needs no more reading: the reader passes over it.
-        if (plainString(value.raw_json_token().data() + 1))
-            return true;
-        std::string_view text;
-        return !value.get_string().get(text);
-    }
-    case od::json_type::number:
-        return checkNumber(value);
-    case od::json_type::boolean: {
-        bool flag;
-        return !value.get_bool().get(flag);
-    }
-    case od::json_type::null: {
-        bool isNull = false;
-        return !value.is_null().get(isNull) && isNull;
-    }
-    }
-    return false;
-}
-
-// Qt keeps the last of duplicate keys, so every field is read and a later one replaces an earlier finding.
-Found readDelta(od::value value, int depth)
-{
-    od::json_type type;
-    if (value.type().get(type))
-        return Unsure;
-    if (type != od::json_type::object)
-        return check(value, depth) ? Found{} : Unsure;
-    od::object delta;
-    if (value.get_object().get(delta))
-        return Unsure;
-    Found found;
-    for (auto entry : delta) {
-        od::field field;
-        if (std::move(entry).get(field))
-            return Unsure;
-        std::string_view key;
-        od::value member = field.value();
-        if (!keyOf(field, key))
-            return Unsure;
-        if (key == "content") {
-            od::json_type memberType;
-            if (member.type().get(memberType))
-                return Unsure;
-            if (memberType == od::json_type::string) {
-                const char *raw = member.raw_json_token().data() + 1; // after the opening quote
-                std::string_view text;
-                if (member.get_string().get(text))
-                    return Unsure;
-                found = {Outcome::Content, text, raw};
-                continue;
-            }
-            found = {};
-        }
-        if (!check(member, depth + 1))
-            return Unsure;
-    }
-    return found;
-}
-
-Found readChoice(od::object choice, int depth)
-{
-    Found found;
-    for (auto entry : choice) {
-        od::field field;
-        if (std::move(entry).get(field))
-            return Unsure;
-        std::string_view key;
-        od::value member = field.value();
-        if (!keyOf(field, key))
-            return Unsure;
-        if (key == "delta") {
-            found = readDelta(member, depth + 1);
-            if (found.outcome == Outcome::Unsure)
-                return Unsure;
-        } else if (!check(member, depth + 1)) {
-            return Unsure;
-        }
-    }
+    std::optional<dom::element> found;
+    for (const dom::key_value_pair field : dom::object(object))
+        if (field.key == key)
+            found = field.value;
     return found;
 }
 
 // The first choice's delta counts, and only when every choice is an object.
-Found readChoices(od::value value, int depth)
+Found readEvent(dom::element document)
 {
-    od::json_type type;
-    if (value.type().get(type))
+    if (!qtAccepts(document))
         return Unsure;
-    if (type != od::json_type::array)
-        return check(value, depth) ? Found{} : Unsure;
-    od::array choices;
-    if (value.get_array().get(choices))
+    if (!document.is_object())
+        return {}; // valid, but no event
+    const std::optional<dom::element> choices = lastField(document, "choices");
+    if (!choices || !choices->is_array())
+        return {};
+    const dom::array list(*choices);
+    if (list.size() == 0)
+        return {};
+    for (const dom::element choice : list)
+        if (!choice.is_object())
+            return {};
+    const std::optional<dom::element> delta = lastField(list.at(0).value_unsafe(), "delta");
+    if (!delta || !delta->is_object())
+        return {};
+    const std::optional<dom::element> content = lastField(*delta, "content");
+    if (!content || !content->is_string())
+        return {};
+    const std::string_view text(*content);
+    if (startsWithMark(text))
         return Unsure;
-    Found found;
-    bool first = true;
-    bool allObjects = true;
-    for (auto element : choices) {
-        od::value choice;
-        if (element.get(choice))
-            return Unsure;
-        od::json_type choiceType;
-        if (choice.type().get(choiceType))
-            return Unsure;
-        if (choiceType != od::json_type::object) {
-            allObjects = false;
-            if (!check(choice, depth + 1))
-                return Unsure;
-        } else if (first) {
-            od::object object;
-            if (choice.get_object().get(object))
-                return Unsure;
-            found = readChoice(object, depth + 2);
-            if (found.outcome == Outcome::Unsure)
-                return Unsure;
-        } else if (!check(choice, depth + 1)) {
-            return Unsure;
-        }
-        first = false;
-    }
-    return allObjects ? found : Found{};
-}
-
-Found readEvent(od::document &document)
-{
-    od::json_type type;
-    if (document.type().get(type))
-        return Unsure;
-    if (type != od::json_type::object)
-        return {}; // valid or not, no event
-    od::object event;
-    if (document.get_object().get(event))
-        return Unsure;
-    Found found;
-    for (auto entry : event) {
-        od::field field;
-        if (std::move(entry).get(field))
-            return Unsure;
-        std::string_view key;
-        od::value member = field.value();
-        if (!keyOf(field, key))
-            return Unsure;
-        if (key == "choices") {
-            found = readChoices(member, 1);
-            if (found.outcome == Outcome::Unsure)
-                return Unsure;
-        } else if (!check(member, 1)) {
-            return Unsure;
-        }
-    }
-    // Anything after the document makes it invalid.
-    return document.current_location().error() == simdjson::OUT_OF_BOUNDS ? found : Unsure;
+    return {Outcome::Content, text};
 }
 
 // Whether any byte is below 0x20, eight bytes at a time: a byte below 0x20 borrows into its top bit when
@@ -324,13 +137,18 @@ bool hasControlCharacter(QByteArrayView data)
     return false;
 }
 
-// The reader and its padded copy of the line are kept per thread, so a read allocates nothing once warm.
+// The parser and its padded copy of the line are kept per thread, so a read allocates nothing once warm.
 struct FastReader {
-    od::parser parser;
-    // On-Demand checks only the parts it walks, and its walk can step over a misplaced ':' or ','; the
-    // DOM parser checks the whole grammar first, so only well-formed JSON is read on demand.
-    simdjson::dom::parser grammar;
+    dom::parser parser{MaxFastBytes};
     std::vector<char> buffer;
+
+    // A start small enough for every thread; the parser grows to the longest line it is given.
+    FastReader()
+    {
+        if (parser.allocate(4096, MaxFastDepth) != simdjson::SUCCESS)
+            qWarning(
+                "⚠️ Stream: the fast event reader could not allocate; Qt's parser reads every event");
+    }
 
     std::optional<StreamEvent> read(QByteArrayView data)
     {
@@ -345,15 +163,14 @@ struct FastReader {
         if (size > 0) // an empty line may have no storage at all, which memcpy must not be given
             std::memcpy(buffer.data(), data.data(), size);
         std::memset(buffer.data() + size, 0, simdjson::SIMDJSON_PADDING);
-        if (grammar.parse(reinterpret_cast<const uint8_t *>(buffer.data()), size, false).error())
-            return std::nullopt;
-        od::document document;
-        if (parser.iterate(buffer.data(), size, buffer.size()).get(document))
+        dom::element document;
+        if (parser.parse(reinterpret_cast<const uint8_t *>(buffer.data()), size, false).get(document))
             return std::nullopt;
         const Found found = readEvent(document);
         switch (found.outcome) {
         case Outcome::Content:
-            return StreamEvent{StreamEvent::Kind::Piece, toQString(found.content, found.raw)};
+            return StreamEvent{StreamEvent::Kind::Piece,
+                               QString::fromUtf8(found.content.data(), qsizetype(found.content.size()))};
         case Outcome::NoContent:
             return StreamEvent{};
         case Outcome::Unsure:
