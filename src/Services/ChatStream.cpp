@@ -11,7 +11,6 @@ struct ChatStream::WaitForChange {
 
 void ChatStream::wake()
 {
-    emit changed();
     if (std::coroutine_handle<> waiter = std::exchange(m_waiter, {}))
         QMetaObject::invokeMethod(
             this, [waiter] { waiter.resume(); }, Qt::QueuedConnection);

@@ -43,7 +43,6 @@ public:
 
 signals:
     void cancelRequested();
-    void changed();
 
 private:
     ChatStream() = default;
