@@ -78,6 +78,36 @@ std::optional<double> parseNumber(QStringView text)
     return value;
 }
 
+// A number that "%g" prints back as it stands: plain digits with at most six significant ones, no leading
+// zero, a fraction without trailing zeros and not below 0.0001. Most number cells of a sheet are such, and
+// they are taken as they are instead of through a double and back.
+bool printsAsItself(QStringView text)
+{
+    const qsizetype length = text.size();
+    qsizetype dot = -1;
+    for (qsizetype i = 0; i < length; ++i) {
+        const QChar c = text[i];
+        if (c == QLatin1Char('.')) {
+            if (dot >= 0)
+                return false;
+            dot = i;
+        } else if (c < QLatin1Char('0') || c > QLatin1Char('9')) {
+            return false;
+        }
+    }
+    const qsizetype whole = dot < 0 ? length : dot;
+    if (whole == 0 || (whole > 1 && text[0] == QLatin1Char('0')))
+        return false; // ".5" prints as 0.5, "01" as 1
+    if (dot >= 0 && (dot == length - 1 || text[length - 1] == QLatin1Char('0')))
+        return false; // "1." prints as 1, "1.50" as 1.5
+    if (dot < 0 || text[0] != QLatin1Char('0'))
+        return length - (dot < 0 ? 0 : 1) <= 6;
+    qsizetype zeros = 0; // after "0.", ended by the fraction's last digit, which is not a zero
+    while (text[dot + 1 + zeros] == QLatin1Char('0'))
+        ++zeros;
+    return zeros <= 3 && length - dot - 1 - zeros <= 6; // 0.00001 prints as 1e-05
+}
+
 // "%g" in the C locale into `out`, which has room for 32 characters; returns how many were written.
 qsizetype formatNumberInto(double value, char16_t *out)
 {
@@ -245,6 +275,8 @@ PartResult Extraction::extractSheet(const QString &file, const QString &name)
                     if (index && *index < m_shared.size())
                         take(m_shared.at(*index));
                 } else if (cell->group == 2) {
+                    take(value);
+                } else if (printsAsItself(value)) {
                     take(value);
                 } else if (const auto number = parseNumber(value)) {
                     char16_t digits[32];
