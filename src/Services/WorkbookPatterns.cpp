@@ -14,6 +14,10 @@ qsizetype decimalDigits(QStringView text, qsizetype at)
     qsizetype i = at;
     while (i < text.size()) {
         char32_t c = text[i].unicode();
+        if (c >= u'0' && c <= u'9') {
+            ++i; // the usual digits, without asking ICU
+            continue;
+        }
         qsizetype width = 1;
         if (QChar::isHighSurrogate(c) && i + 1 < text.size() && text[i + 1].isLowSurrogate()) {
             c = QChar::surrogateToUcs4(text[i], text[i + 1]);
@@ -57,7 +61,13 @@ qsizetype findLiteral(QStringView text, QStringView literal, qsizetype from)
 
 bool startsAt(QStringView text, qsizetype at, QStringView literal)
 {
-    return at + literal.size() <= text.size() && text.sliced(at, literal.size()) == literal;
+    if (at + literal.size() > text.size())
+        return false;
+    for (qsizetype i = 0; i < literal.size(); ++i) {
+        if (text[at + i] != literal[i])
+            return false;
+    }
+    return true;
 }
 
 // The types a cell's tag names, as the alternatives look for them: "<c[^>]*t=\"s\"[^>]*>" holds when
