@@ -219,6 +219,8 @@ void appendParagraphChunks(QStringView text, qsizetype chunkSize, QStringView pr
     bool inWord = false;
     for (qsizetype i = 0;; ++i) {
         if (i < length && !(chars[i] == u'\n' && i + 1 < length && chars[i + 1] == u'\n')) {
+            // Words are the runs between Unicode white space and line breaks: QChar::isSpace is exactly
+            // that set.
             const bool space = QChar::isSpace(chars[i]);
             paraWords += !space && !inWord;
             inWord = !space;
@@ -268,19 +270,6 @@ QStringList Chunker::words(QStringView text, qsizetype limit)
     return found;
 }
 
-qsizetype Chunker::wordCount(QStringView text)
-{
-    qsizetype count = 0;
-    bool inWord = false;
-    for (QChar c : text) {
-        const bool separator = c.isSpace();
-        if (!separator && !inWord)
-            ++count;
-        inWord = !separator;
-    }
-    return count;
-}
-
 QStringList Chunker::simpleChunkText(const QString &text, int chunkSize, int overlap)
 {
     Q_UNUSED(overlap) // the carried paragraph is the overlap
@@ -312,15 +301,12 @@ Chunker::RowChunks Chunker::rowLevelChunk(const QString &text)
             if (!isLineBreak(u))
                 continue;
         }
-        qsizetype begin = start, end = i;
-        while (begin < end && isBlank(text[begin]))
-            ++begin;
-        while (end > begin && isBlank(text[end - 1]))
-            --end;
+        const QStringView line = trimBlanks(QStringView(text).sliced(start, i - start));
         start = i + 1;
-        if (begin < end) {
+        if (!line.isEmpty()) {
             anyLine = true;
-            cutter.line(text, begin, end, tabs, result.chunks);
+            const qsizetype begin = line.data() - text.constData();
+            cutter.line(text, begin, begin + line.size(), tabs, result.chunks);
         }
         tabs.clear();
     }
