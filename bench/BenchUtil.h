@@ -4,6 +4,7 @@
 #include <QString>
 
 #include <cstdio>
+#include <ctime>
 #include <sys/resource.h>
 
 namespace Bench {
@@ -39,6 +40,15 @@ inline double currentRssMiB()
         std::fclose(f);
     }
     return double(resident) * 4096.0 / (1024.0 * 1024.0);
+}
+
+// CPU seconds the calling thread has used so far. On a machine shared with other work the wall clock swings
+// with the load; the CPU time of the work itself hardly does, so rates are given against both.
+inline double threadCpuSeconds()
+{
+    timespec now{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+    return double(now.tv_sec) + double(now.tv_nsec) / 1e9;
 }
 
 inline void report(const QString &name, double value, const QString &unit)

@@ -27,9 +27,7 @@ RowChunks rowLevelChunk(const QString &text);
 // xlsx/csv take the row cutter; everything else the paragraph cutter with the "[name] " prefix.
 ChunkPlan plan(const QString &fileName, const QString &text);
 
-// Words are the runs between Unicode white space and line breaks.
-qsizetype wordCount(QStringView text);
-// The first `limit` words of `text`, in order.
+// The first `limit` words of `text`, in order: the runs between Unicode white space and line breaks.
 QStringList words(QStringView text, qsizetype limit);
 
 } // namespace Chunker

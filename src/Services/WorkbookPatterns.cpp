@@ -14,6 +14,10 @@ qsizetype decimalDigits(QStringView text, qsizetype at)
     qsizetype i = at;
     while (i < text.size()) {
         char32_t c = text[i].unicode();
+        if (c >= u'0' && c <= u'9') {
+            ++i; // the usual digits, without asking ICU
+            continue;
+        }
         qsizetype width = 1;
         if (QChar::isHighSurrogate(c) && i + 1 < text.size() && text[i + 1].isLowSurrogate()) {
             c = QChar::surrogateToUcs4(text[i], text[i + 1]);
@@ -57,7 +61,32 @@ qsizetype findLiteral(QStringView text, QStringView literal, qsizetype from)
 
 bool startsAt(QStringView text, qsizetype at, QStringView literal)
 {
-    return at + literal.size() <= text.size() && text.sliced(at, literal.size()) == literal;
+    if (at + literal.size() > text.size())
+        return false;
+    for (qsizetype i = 0; i < literal.size(); ++i) {
+        if (text[at + i] != literal[i])
+            return false;
+    }
+    return true;
+}
+
+// The types a cell's tag names, as the alternatives look for them: "<c[^>]*t=\"s\"[^>]*>" holds when
+// t="s" lies anywhere between "<c" and the tag's first ">", since none of these types contains a ">". So
+// only the tag's own text is searched, once for all three, not the row ahead of it for each.
+struct CellTypes {
+    bool shared = false;
+    bool inlineOrStr = false;
+};
+
+CellTypes cellTypes(QStringView tag)
+{
+    CellTypes types;
+    for (qsizetype at = findLiteral(tag, u"t=\"", 0); at >= 0; at = findLiteral(tag, u"t=\"", at + 1)) {
+        types.shared = types.shared || startsAt(tag, at + 3, u"s\"");
+        types.inlineOrStr =
+            types.inlineOrStr || startsAt(tag, at + 3, u"inlineStr\"") || startsAt(tag, at + 3, u"str\"");
+    }
+    return types;
 }
 
 } // namespace
@@ -95,17 +124,10 @@ CellScanner::CellScanner(QStringView row)
     : m_row(row)
     , m_cellOpen(row, u"<c")
     , m_tagEnd(row, u">")
-    , m_typeShared(row, u"t=\"s\"")
-    , m_typeInline(row, u"t=\"inlineStr\"")
-    , m_typeStr(row, u"t=\"str\"")
-    , m_sharedValue(row, u"<v>")
-    , m_sharedClose(row, u"</c>")
+    , m_value(row, u"<v>")
+    , m_cellClose(row, u"</c>")
     , m_textOpen(row, u"<t")
-    , m_textTagEnd(row, u">")
     , m_textClose(row, u"</t>")
-    , m_inlineClose(row, u"</c>")
-    , m_numberValue(row, u"<v>")
-    , m_numberClose(row, u"</c>")
 {
 }
 
@@ -119,8 +141,11 @@ std::optional<Match> CellScanner::next()
         const qsizetype tagEnd = m_tagEnd.next(start + 2);
         if (tagEnd < 0)
             break; // no ">" for this cell, nor for any later one
-        std::optional<Match> match = sharedString(start, tagEnd);
-        if (!match)
+        const CellTypes types = cellTypes(m_row.sliced(start + 2, tagEnd - start - 2));
+        std::optional<Match> match;
+        if (types.shared)
+            match = sharedString(start, tagEnd);
+        if (!match && types.inlineOrStr)
             match = inlineString(start, tagEnd);
         if (!match)
             match = number(start, tagEnd);
@@ -135,15 +160,11 @@ std::optional<Match> CellScanner::next()
 
 std::optional<Match> CellScanner::sharedString(qsizetype start, qsizetype tagEnd)
 {
-    const qsizetype type = m_typeShared.next(start + 2);
-    if (type < 0 || type + 5 > tagEnd)
-        return std::nullopt;
-    for (qsizetype value = m_sharedValue.next(tagEnd + 1); value >= 0;
-         value = m_sharedValue.next(value + 1)) {
+    for (qsizetype value = m_value.next(tagEnd + 1); value >= 0; value = m_value.next(value + 1)) {
         const qsizetype digits = decimalDigits(m_row, value + 3);
         if (digits == 0 || !startsAt(m_row, value + 3 + digits, u"</v>"))
             continue;
-        const qsizetype close = m_sharedClose.next(value + 3 + digits + 4);
+        const qsizetype close = m_cellClose.next(value + 3 + digits + 4);
         if (close < 0)
             return std::nullopt;
         return Match{start, close + 4, 1, value + 3, value + 3 + digits};
@@ -153,18 +174,12 @@ std::optional<Match> CellScanner::sharedString(qsizetype start, qsizetype tagEnd
 
 std::optional<Match> CellScanner::inlineString(qsizetype start, qsizetype tagEnd)
 {
-    const qsizetype inlineType = m_typeInline.next(start + 2);
-    const qsizetype strType = m_typeStr.next(start + 2);
-    const bool typed =
-        (inlineType >= 0 && inlineType + 13 <= tagEnd) || (strType >= 0 && strType + 7 <= tagEnd);
-    if (!typed)
-        return std::nullopt;
     // "<t[^>]*>" runs from the first "<t" to the first ">" after it, "(.*?)</t>" to the first "</t>" after
     // that; each later "<t" would find the same or later ones.
     const qsizetype text = m_textOpen.next(tagEnd + 1);
-    const qsizetype textTagEnd = text < 0 ? -1 : m_textTagEnd.next(text + 2);
+    const qsizetype textTagEnd = text < 0 ? -1 : m_tagEnd.next(text + 2);
     const qsizetype textClose = textTagEnd < 0 ? -1 : m_textClose.next(textTagEnd + 1);
-    const qsizetype close = textClose < 0 ? -1 : m_inlineClose.next(textClose + 4);
+    const qsizetype close = textClose < 0 ? -1 : m_cellClose.next(textClose + 4);
     if (close < 0)
         return std::nullopt;
     return Match{start, close + 4, 2, textTagEnd + 1, textClose};
@@ -172,12 +187,11 @@ std::optional<Match> CellScanner::inlineString(qsizetype start, qsizetype tagEnd
 
 std::optional<Match> CellScanner::number(qsizetype start, qsizetype tagEnd)
 {
-    for (qsizetype value = m_numberValue.next(tagEnd + 1); value >= 0;
-         value = m_numberValue.next(value + 1)) {
+    for (qsizetype value = m_value.next(tagEnd + 1); value >= 0; value = m_value.next(value + 1)) {
         const qsizetype length = numberChars(m_row, value + 3);
         if (length == 0 || !startsAt(m_row, value + 3 + length, u"</v>"))
             continue;
-        const qsizetype close = m_numberClose.next(value + 3 + length + 4);
+        const qsizetype close = m_cellClose.next(value + 3 + length + 4);
         if (close < 0)
             return std::nullopt;
         return Match{start, close + 4, 3, value + 3, value + 3 + length};

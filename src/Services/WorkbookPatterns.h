@@ -56,16 +56,19 @@ private:
         qsizetype m_at = -1;
     };
 
+    // The rest of the first two alternatives, for a tag that names their type.
     std::optional<Match> sharedString(qsizetype start, qsizetype tagEnd);
     std::optional<Match> inlineString(qsizetype start, qsizetype tagEnd);
     std::optional<Match> number(qsizetype start, qsizetype tagEnd);
 
     QStringView m_row;
     qsizetype m_pos = 0;
-    Finder m_cellOpen, m_tagEnd, m_typeShared, m_typeInline, m_typeStr;
-    Finder m_sharedValue, m_sharedClose;
-    Finder m_textOpen, m_textTagEnd, m_textClose, m_inlineClose;
-    Finder m_numberValue, m_numberClose;
+    // One finder per literal: the alternatives ask for the same tags ("<v>", "</c>", ">"), and a finder
+    // answers any position, so sharing one costs a search again only when a later alternative asks from
+    // further back than the one before it, instead of a pass over the row for each.
+    Finder m_cellOpen, m_tagEnd;
+    Finder m_value, m_cellClose;
+    Finder m_textOpen, m_textClose;
 };
 
 } // namespace WorkbookPatterns

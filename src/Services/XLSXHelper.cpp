@@ -56,14 +56,67 @@ std::optional<qsizetype> parseIndex(QStringView digits)
 std::optional<double> parseNumber(QStringView text)
 {
     static const locale_t cLocale = newlocale(LC_ALL_MASK, "C", locale_t(nullptr));
-    const QByteArray ascii = text.toLatin1();
-    if (ascii.isEmpty())
+    if (text.isEmpty())
         return std::nullopt;
+    // A number cell's digits fit on the stack; only a freak one costs an allocation.
+    char stack[64];
+    QByteArray heap;
+    char *ascii = stack;
+    if (text.size() >= qsizetype(sizeof stack)) {
+        heap.resize(text.size() + 1);
+        ascii = heap.data();
+    }
+    for (qsizetype i = 0; i < text.size(); ++i) {
+        const char16_t c = text[i].unicode();
+        ascii[i] = c < 0x100 ? char(c) : '?'; // as a Latin-1 conversion would
+    }
+    ascii[text.size()] = '\0';
     char *end = nullptr;
-    const double value = strtod_l(ascii.constData(), &end, cLocale);
-    if (end != ascii.constData() + ascii.size())
+    const double value = strtod_l(ascii, &end, cLocale);
+    if (end != ascii + text.size())
         return std::nullopt;
     return value;
+}
+
+// A number that "%g" prints back as it stands: plain digits with at most six significant ones, no leading
+// zero, a fraction without trailing zeros and not below 0.0001. Most number cells of a sheet are such, and
+// they are taken as they are instead of through a double and back.
+bool printsAsItself(QStringView text)
+{
+    const qsizetype length = text.size();
+    qsizetype dot = -1;
+    for (qsizetype i = 0; i < length; ++i) {
+        const QChar c = text[i];
+        if (c == QLatin1Char('.')) {
+            if (dot >= 0)
+                return false;
+            dot = i;
+        } else if (c < QLatin1Char('0') || c > QLatin1Char('9')) {
+            return false;
+        }
+    }
+    const qsizetype whole = dot < 0 ? length : dot;
+    if (whole == 0 || (whole > 1 && text[0] == QLatin1Char('0')))
+        return false; // ".5" prints as 0.5, "01" as 1
+    if (dot >= 0 && (dot == length - 1 || text[length - 1] == QLatin1Char('0')))
+        return false; // "1." prints as 1, "1.50" as 1.5
+    if (dot < 0 || text[0] != QLatin1Char('0'))
+        return length - (dot < 0 ? 0 : 1) <= 6;
+    qsizetype zeros = 0; // after "0.", ended by the fraction's last digit, which is not a zero
+    while (text[dot + 1 + zeros] == QLatin1Char('0'))
+        ++zeros;
+    return zeros <= 3 && length - dot - 1 - zeros <= 6; // 0.00001 prints as 1e-05
+}
+
+// "%g" in the C locale into `out`, which has room for 32 characters; returns how many were written.
+qsizetype formatNumberInto(double value, char16_t *out)
+{
+    char buffer[32];
+    const auto result = std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::general, 6);
+    const qsizetype length = result.ptr - buffer;
+    for (qsizetype i = 0; i < length; ++i)
+        out[i] = char16_t(static_cast<unsigned char>(buffer[i]));
+    return length;
 }
 
 // The texts of a list (the shared strings, the sheet names) kept in one piece with where each one ends: a
@@ -223,8 +276,11 @@ PartResult Extraction::extractSheet(const QString &file, const QString &name)
                         take(m_shared.at(*index));
                 } else if (cell->group == 2) {
                     take(value);
+                } else if (printsAsItself(value)) {
+                    take(value);
                 } else if (const auto number = parseNumber(value)) {
-                    take(XLSXHelper::formatNumber(*number));
+                    char16_t digits[32];
+                    take(QStringView(digits, formatNumberInto(*number, digits)));
                 }
             }
             if (count == 0) {
@@ -299,9 +355,8 @@ std::optional<QString> Extraction::run()
 
 QString XLSXHelper::formatNumber(double value)
 {
-    char buffer[64];
-    const auto result = std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::general, 6);
-    return QString::fromLatin1(buffer, result.ptr - buffer);
+    char16_t digits[32];
+    return QString(reinterpret_cast<const QChar *>(digits), formatNumberInto(value, digits));
 }
 
 void XLSXHelper::sortSheetFiles(QStringList &names)
