@@ -16,14 +16,12 @@ namespace {
 using Response = TestProvider::Response;
 
 // One turn, sent and read as the chat window does.
-CollectedStream ask(const TestProvider &provider, const QString &message = QStringLiteral("Hallo"),
-                    const QList<Attachment> &attachments = {},
-                    const std::optional<QString> &prompt = QStringLiteral("Prompt"),
-                    const QList<HistoryEntry> &history = {}, int timeoutMs = 60000)
+CollectedStream ask(const TestProvider &provider, const QList<Attachment> &attachments = {},
+                    int timeoutMs = 60000)
 {
-    return readAll(
-        clientFor(provider, timeoutMs)
-            ->sendStreamingMessage(message, attachments, {}, QStringLiteral("mistral3"), prompt, history));
+    return readAll(clientFor(provider, timeoutMs)
+                       ->sendStreamingMessage(QStringLiteral("Frage"), attachments, {},
+                                              QStringLiteral("mistral3"), QStringLiteral("Prompt"), {}));
 }
 
 QByteArray sseLine(const QByteArray &content)
@@ -136,6 +134,24 @@ private slots:
         QCOMPARE(asked.requests("/embeddings").size(), 1);
     }
 
+    // The whole history goes along, however long, between the system message and the question.
+    void wholeHistory()
+    {
+        QList<HistoryEntry> history;
+        for (int i = 0; i < 300; ++i)
+            history.append({i % 2 ? QStringLiteral("assistant") : QStringLiteral("user"),
+                            i == 7 ? QString(50000, QLatin1Char('w')) : QString::number(i)});
+        readAll(clientFor(m_provider)
+                    ->sendStreamingMessage(QStringLiteral("Frage"), {}, {}, QStringLiteral("qwen3"),
+                                           QString(), history));
+        const QJsonArray messages =
+            m_provider.requests().first().json()[QStringLiteral("messages")].toArray();
+        QCOMPARE(messages.size(), 302);
+        for (int i = 0; i < 300; ++i)
+            QCOMPARE(messages[i + 1].toObject(),
+                     (QJsonObject{{"role", history[i].role}, {"content", history[i].content}}));
+    }
+
     // Documents follow the question as text blocks, empty or unreadable ones left out (how long ones are cut
     // is the text extraction test's). With pictures the question and the documents' text are the first
     // part, the pictures follow as JPEG in the order they were attached.
@@ -145,8 +161,8 @@ private slots:
             document(QStringLiteral("notes.md"), "# Notizen\nZeile mit Umlaut: ä"),
             document(QStringLiteral("leer.txt"), ""), document(QStringLiteral("alt.txt"), "Gr\xfc\xdf"),
             document(QStringLiteral("daten.csv"), "a,b\n1,2\n")};
-        ask(m_provider, QStringLiteral("Frage"), documents);
-        ask(m_provider, QStringLiteral("Frage"), QList{picture(64, 48)} + documents + QList{picture(16, 8)});
+        ask(m_provider, documents);
+        ask(m_provider, QList{picture(64, 48)} + documents + QList{picture(16, 8)});
         const QString text =
             QStringLiteral("Frage\n\n--- Dokument: notes.md ---\n# Notizen\nZeile mit Umlaut: ä\n"
                            "\n\n--- Dokument: daten.csv ---\na,b\n1,2\n\n");
@@ -189,16 +205,14 @@ private slots:
             }
         }
         const QByteArray huge(10 * 1024 * 1024, 'x');
-        QTest::addRow("hostile") << 0 << 200
-                                 << "data: {\"choices\": 5}\ndata: [1,2]\n"
-                                    R"(data: {"choices":[{"delta":[]}]})"
-                                    "\n" +
-                                        sseLine("a\xff\xfe"
-                                                "b") +
-                                        sseLine(huge) + sseLine("ok")
-                                 << 1024 * 1024
-                                 << QStringList{QStringLiteral("a\uFFFD\uFFFDb"), QString::fromLatin1(huge),
-                                                "ok"};
+        // Bytes that are no UTF-8 and a 10 MB piece come through the reader; malformed events are the stream
+        // parsing test's.
+        QTest::addRow("invalid UTF-8, huge piece")
+            << 0 << 200
+            << sseLine("a\xff\xfe"
+                       "b") +
+                   sseLine(huge) + sseLine("ok")
+            << 1024 * 1024 << QStringList{QStringLiteral("a\uFFFD\uFFFDb"), QString::fromLatin1(huge), "ok"};
         QTest::addRow("307, then the answer")
             << 307 << 200 << sseLine("Hal") + sseLine("lo") << 4096 << QStringList{"Hal", "lo"};
         QTest::addRow("308, then the answer")
@@ -272,7 +286,7 @@ private slots:
         for (const Response &silent : {stalled, headsOnly, never}) {
             m_provider.enqueueChat(silent);
             ConsoleCapture console;
-            const CollectedStream result = ask(m_provider, QStringLiteral("Hallo"), {}, {}, {}, 400);
+            const CollectedStream result = ask(m_provider, {}, 400);
             QCOMPARE(result.pieces, silent.pieces.isEmpty() ? QStringList() : QStringList{"Teil"});
             QCOMPARE(result.error.value_or(ProviderError{}), timedOut);
             QVERIFY(console.contains(QStringLiteral("Stream Error: ") + timedOut.fullText()));

@@ -57,18 +57,16 @@ public:
     {
         return m_server->listen(address, port);
     }
-    quint16 port() const { return m_server->serverPort(); }
     // The OpenAI-compatible root, for QUILLMOOR_API_BASE_URL.
-    QUrl baseUrl() const { return QUrl(QStringLiteral("http://127.0.0.1:%1/v1").arg(port())); }
-
-    // Scripted answers, taken in order; a path is matched by its ending ("/chat/completions", "/embeddings").
-    void enqueue(const QByteArray &pathSuffix, const Response &response)
+    QUrl baseUrl() const
     {
-        m_script.append({pathSuffix, response});
+        return QUrl(QStringLiteral("http://127.0.0.1:%1/v1").arg(m_server->serverPort()));
     }
-    void enqueueChat(const Response &response) { enqueue("/chat/completions", response); }
-    void enqueueEmbeddings(const Response &response) { enqueue("/embeddings", response); }
-    void enqueueModels(const Response &response) { enqueue("/models", response); }
+
+    // Scripted answers, taken in order; a path is matched by its ending.
+    void enqueueChat(const Response &response) { m_script.append({"/chat/completions", response}); }
+    void enqueueEmbeddings(const Response &response) { m_script.append({"/embeddings", response}); }
+    void enqueueModels(const Response &response) { m_script.append({"/models", response}); }
     // Drops answers a test scripted but never asked for, so they cannot answer the next test's questions.
     void clearScript() { m_script.clear(); }
 
