@@ -75,6 +75,7 @@ private slots:
         QTest::addRow("ask: history wrong shape")
             << QStringList{"ask", "--history", TestEnvironment::writeFile("h2.json", "[{\"role\":1}]"), "a"};
         QTest::addRow("extract without file") << QStringList{"extract"};
+        QTest::addRow("extract with two files") << QStringList{"extract", "a", "b"};
         QTest::addRow("extract: unknown option") << QStringList{"extract", "--pages", "a"};
         QTest::addRow("chunks without file") << QStringList{"chunks"};
     }
@@ -193,6 +194,15 @@ private slots:
             << 1 << QByteArray()
             << QStringLiteral(
                    "] ❌ PDFKit: Could not open PDF at encrypted_rc4_user_password_openpassword.pdf\n");
+        // The only check that a workbook is cut into rows, as a table.
+        QTest::addRow("workbook rows")
+            << QStringList{"chunks",
+                           TestEnvironment::fixture("xlsx/excel2007_formula_str_entities_sheetname_amp.xlsx")}
+            << 0
+            << QByteArray(
+                   "{\"chunks\":[\"[5&amp;4] 1: \\\"&amp;&lt;&gt;\"],\"description\":\"Tabelle [5&amp;4] mit "
+                   "Spalten: 1\"}")
+            << QStringLiteral("] 📦 rowLevelChunk: 1 chunks, schema: Tabelle [5&amp;4] mit Spalten: 1");
         QTest::addRow("running text")
             << QStringList{"chunks", TestEnvironment::writeFile(QStringLiteral("Bericht 2024.final.md"),
                                                                 "Eins zwei.\n\nDrei/vier.\n")}
