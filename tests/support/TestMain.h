@@ -65,6 +65,12 @@ inline QString fixture(const QString &relative)
     return QStringLiteral(QUILLMOOR_FIXTURES_DIR "/") + relative;
 }
 
+// The cases a suite keeps as files, under tests/data.
+inline QString data(const QString &relative)
+{
+    return QStringLiteral(QUILLMOOR_FIXTURES_DIR "/../data/") + relative;
+}
+
 } // namespace TestEnvironment
 
 #define QUILLMOOR_TEST_MAIN(TestObject)                                                                      \

@@ -84,7 +84,7 @@ Response Response::text(int status, const QByteArray &body, const QByteArray &co
     Response r;
     r.status = status;
     r.contentType = contentType;
-    r.framing = Framing::ContentLength;
+    r.announceLength = true;
     r.pieces.append({body, 0});
     return r;
 }
@@ -97,13 +97,6 @@ Response Response::modelList(const QStringList &ids)
             QJsonObject{{"id", id}, {"object", "model"}, {"created", 0}, {"owned_by", "test-provider"}});
     return json(
         200, QJsonDocument(QJsonObject{{"object", "list"}, {"data", data}}).toJson(QJsonDocument::Compact));
-}
-
-Response Response::redirect(int status, const QByteArray &location)
-{
-    Response r = text(status, "<html><body>Moved to " + location + "</body></html>\n", "text/html");
-    r.headers.append({"Location", location});
-    return r;
 }
 
 QJsonObject TestProvider::Request::json() const
@@ -194,9 +187,7 @@ void TestProvider::respond(QTcpSocket *socket, const Request &request)
                       "\r\nContent-Type: " + response.contentType + "\r\n";
     for (const auto &[name, value] : response.headers)
         head += name + ": " + value + "\r\n";
-    if (response.framing == Framing::Chunked) {
-        head += "Transfer-Encoding: chunked\r\n";
-    } else if (response.framing == Framing::ContentLength) {
+    if (response.announceLength || response.abortAfterPieces) {
         qsizetype total = response.abortAfterPieces ? 1000 : 0; // promise more than will come
         for (const Piece &p : response.pieces)
             total += p.bytes.size();
@@ -219,18 +210,13 @@ void TestProvider::writePieces(QTcpSocket *socket, Response response, int index)
             });
             return;
         }
-        if (response.framing == Framing::Chunked)
-            socket->write(QByteArray::number(piece.bytes.size(), 16) + "\r\n" + piece.bytes + "\r\n");
-        else
-            socket->write(piece.bytes);
+        socket->write(piece.bytes);
     }
     if (response.abortAfterPieces) {
         socket->flush();
         socket->abort();
         return;
     }
-    if (response.framing == Framing::Chunked)
-        socket->write("0\r\n\r\n");
     socket->disconnectFromHost();
 }
 

@@ -25,21 +25,15 @@ public:
         int delayMs = 0; // pause before this piece is written
     };
 
-    enum class Framing {
-        CloseDelimited, // no length: the body ends when the server closes
-        Chunked,        // chunked transfer encoding; closing before the last chunk is a broken transfer
-        ContentLength,  // the whole body's length is announced up front
-    };
-
     struct Response {
         int status = 200;
         QByteArray contentType = "text/event-stream";
         QList<QPair<QByteArray, QByteArray>> headers;
         QList<Piece> pieces;
-        Framing framing = Framing::CloseDelimited;
-        bool neverAnswer = false;      // read the request and say nothing at all
+        bool announceLength = false; // a Content-Length head; without it the body ends when the server closes
+        bool neverAnswer = false;    // read the request and say nothing at all
         bool stallAfterHeads = false;  // send the head and then nothing, keeping the connection open
-        bool abortAfterPieces = false; // drop the connection after the pieces, short of the announced length
+        bool abortAfterPieces = false; // drop the connection after the pieces, short of an announced length
 
         static Response sse(const QStringList &contents, bool done = true, int delayMs = 0);
         static Response json(int status, const QByteArray &body);
@@ -47,8 +41,6 @@ public:
                              const QByteArray &contentType = "text/plain");
         // The OpenAI list of models: {"object": "list", "data": [{"id", "object": "model", ...}]}.
         static Response modelList(const QStringList &ids);
-        // A redirect to `location` (a path on this server) with a small page of its own, as servers send.
-        static Response redirect(int status, const QByteArray &location);
     };
 
     struct Request {
@@ -65,18 +57,16 @@ public:
     {
         return m_server->listen(address, port);
     }
-    quint16 port() const { return m_server->serverPort(); }
     // The OpenAI-compatible root, for QUILLMOOR_API_BASE_URL.
-    QUrl baseUrl() const { return QUrl(QStringLiteral("http://127.0.0.1:%1/v1").arg(port())); }
-
-    // Scripted answers, taken in order; a path is matched by its ending ("/chat/completions", "/embeddings").
-    void enqueue(const QByteArray &pathSuffix, const Response &response)
+    QUrl baseUrl() const
     {
-        m_script.append({pathSuffix, response});
+        return QUrl(QStringLiteral("http://127.0.0.1:%1/v1").arg(m_server->serverPort()));
     }
-    void enqueueChat(const Response &response) { enqueue("/chat/completions", response); }
-    void enqueueEmbeddings(const Response &response) { enqueue("/embeddings", response); }
-    void enqueueModels(const Response &response) { enqueue("/models", response); }
+
+    // Scripted answers, taken in order; a path is matched by its ending.
+    void enqueueChat(const Response &response) { m_script.append({"/chat/completions", response}); }
+    void enqueueEmbeddings(const Response &response) { m_script.append({"/embeddings", response}); }
+    void enqueueModels(const Response &response) { m_script.append({"/models", response}); }
     // Drops answers a test scripted but never asked for, so they cannot answer the next test's questions.
     void clearScript() { m_script.clear(); }
 
