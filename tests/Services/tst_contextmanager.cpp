@@ -1,10 +1,7 @@
 #include "KnowledgeTestUtil.h"
-#include "Services/ContextManager.h"
 
 #include <QJsonArray>
 #include <QSignalSpy>
-
-#include <qcoro/qcorotask.h>
 
 using namespace KnowledgeTest;
 
@@ -108,13 +105,11 @@ private slots:
         };
         QList<DocumentChunk> previous;
         for (const Step &step : steps) {
-            const QUrl url = writeFile(QStringLiteral("Lager.csv"), step.content);
             if (step.damageCache)
                 writeFile(QStringLiteral(".cache/Quillmoor/vectors.sqlite"), QByteArray(4096, 'x'));
             provider.clearRequests();
             ContextManager manager(api);
-            manager.addFile(url);
-            QCoro::waitFor(manager.waitUntilIdle());
+            const QUrl url = track(manager, QStringLiteral("Lager.csv"), step.content);
             QList<int> sent;
             for (const TestProvider::Request &request : provider.requests("/embeddings")) {
                 sent.append(int(request.json().value("input").toArray().size()));

@@ -1,11 +1,8 @@
 #include "KnowledgeTestUtil.h"
-#include "Services/ContextManager.h"
 
 #include <QDir>
 
 #include <cstdio>
-
-#include <qcoro/qcorotask.h>
 
 using namespace KnowledgeTest;
 
@@ -42,15 +39,6 @@ int events(int kind, const QString &name)
 
 class TestFileMonitor : public QObject, Fixture {
     Q_OBJECT
-
-    // A knowledge file, tracked and processed.
-    QUrl track(ContextManager &manager, const QString &name, const QByteArray &content)
-    {
-        const QUrl url = writeFile(name, content);
-        manager.addFile(url);
-        QCoro::waitFor(manager.waitUntilIdle());
-        return url;
-    }
 
 private slots:
     // Saved the way editors do (a new file renamed over the old one) while another program still holds the
