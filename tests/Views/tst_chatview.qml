@@ -1,6 +1,5 @@
 import QtQuick
 import QtQuick.Controls
-import QtTest
 import Quillmoor
 import QuillmoorTest
 
@@ -19,24 +18,14 @@ Item {
         settings: Fixture.settings
     }
 
-    TestCase {
+    ViewTestCase {
         name: "ChatView"
-        when: windowShown
+        subject: view
 
         property var session: Fixture.session
 
-        function named(name) {
-            const item = findChild(view, name);
-            verify(item, "no item named " + name);
-            return item;
-        }
-
         function bubble(index) {
             return named("messageRepeater").itemAt(index);
-        }
-
-        function focused() {
-            return host.Window.activeFocusItem;
         }
 
         function ask(question, pieces, delayMs) {
@@ -140,10 +129,8 @@ Item {
         // scrolled up stays put until sending again.
         function test_followsTheEnd() {
             const list = named("conversation");
-            for (let i = 0; i < 5; ++i) {
-                ask("Frage " + i, [paragraphs("v" + i, 2)], 0);
-                tryCompare(session, "isLoading", false, 5000);
-            }
+            ask("Frage", [paragraphs("v", 10)], 0);
+            tryCompare(session, "isLoading", false, 5000);
             tryVerify(() => list.contentHeight > list.height * 1.5);
             tryVerify(() => gapBelowEnd() <= 1, 2000, "the filled list ends at its end");
             for (let send = 0; send < 6; ++send) {
@@ -204,8 +191,7 @@ Item {
             tryCompare(menu, "opened", true);
             keyClick(Qt.Key_Escape);
             tryCompare(menu, "visible", false);
-            while (focused().objectName !== "removeButton")
-                keyClick(Qt.Key_Tab);
+            tabTo("removeButton");
             keyClick(Qt.Key_Space);
             compare(session.pendingAttachments.count, 0);
         }
@@ -246,9 +232,11 @@ Item {
                    && picture.getContext("2d").createImageData(url).width > 0;
         }
 
-        // A picture is cut to its tile's rounded corners and a document name ends in an ellipsis; the
-        // pictures keep coming from Qt's image-loader thread while the answer streams and the list changes.
-        function test_tilesWhileAnswering() {
+        // A picture is cut to its tile's rounded corners and a document name ends in an ellipsis; one fill
+        // covers the whole header, and the input bar's fill and a full pending strip stay inside the pane's
+        // rounded corners and edges. The pictures keep coming from Qt's image-loader thread while the answer
+        // streams and the list changes.
+        function test_tilesAndFills() {
             const model = Fixture.settings.selectedModel;
             Fixture.settings.selectedModel = "qwen3";
             // The document is added at once, the pictures after their loading.
@@ -257,38 +245,26 @@ Item {
             session.addAttachment(Fixture.picture("bild2.png"));
             const strip = named("pendingStrip");
             tryCompare(strip, "count", 3);
-            const tiles = () => [0, 1, 2].map(i => strip.itemAtIndex(i)).filter(t => t);
             let tile = null;
-            tryVerify(() => (tile = tiles().find(t => t.isImage && loaded(findChild(t, "picture")))) !== undefined);
+            tryVerify(() => (tile = [1, 2].map(i => strip.itemAtIndex(i)).find(
+                                 t => t && loaded(findChild(t, "picture")))) !== undefined);
             waitForRendering(strip);
-            const pixel = (x, y) => {
-                const p = tile.mapToItem(host, x, y);
+            const pixel = (item, x, y) => {
+                const p = item.mapToItem(host, x, y);
                 return grabImage(host).pixel(p.x, p.y);
             };
             const blue = colour => colour.b > 0.6 && colour.r < 0.4;
-            tryVerify(() => blue(pixel(40, 40)), 2000, "the picture fills the tile");
-            verify(!blue(pixel(1, 1)), "the corner is cut away: " + pixel(1, 1));
-            const name = findChild(tiles().find(t => !t.isImage), "documentName");
-            compare(name.truncated, true);
+            tryVerify(() => blue(pixel(tile, 40, 40)), 2000, "the picture fills the tile");
+            verify(!blue(pixel(tile, 1, 1)), "the corner is cut away: " + pixel(tile, 1, 1));
+            compare(findChild(strip.itemAtIndex(0), "documentName").truncated, true);
+            const header = named("headerBackground");
+            const a = pixel(header, 200, header.height - 24);
+            const b = pixel(header, 200, header.height - 6);
+            const close = (x, y) => Math.abs(x - y) <= 2 / 255;
+            verify(close(a.r, b.r) && close(a.g, b.g) && close(a.b, b.b), "one fill: " + a + " above, " + b + " below");
 
-            ask("Was siehst du?", ["Zwei ", "Bilder ", "in ", "Blau"], 50);
-            const sent = findChild(bubble(0), "attachmentTiles");
-            tryCompare(sent.children, "length", 4); // three tiles and their repeater
-            for (let i = 1; i < 3; ++i) {
-                const picture = findChild(sent.children[i], "picture");
-                tryVerify(() => loaded(picture));
-            }
-            tryCompare(session, "isLoading", false, 5000);
-            tryCompare(bubble(1), "text", "Zwei Bilder in Blau");
-            Fixture.settings.selectedModel = model;
-        }
-
-        // One fill over the whole header; the input bar's fill and the pending strip stay inside the
-        // pane's rounded corners and edges.
-        function test_fillsStayInsideThePane() {
-            for (let i = 0; i < 7; ++i)
+            for (let i = 0; i < 4; ++i)
                 session.addAttachment(Fixture.document("datei" + i + ".txt"));
-            const strip = named("pendingStrip");
             tryCompare(strip, "count", 7);
             strip.positionViewAtEnd();
             waitForRendering(view);
@@ -301,13 +277,16 @@ Item {
             compare(String(image.pixel(host.margin + 1, host.height - host.margin - 2)), clear,
                     "the input bar's corner is rounded away");
 
-            const header = named("headerBackground");
-            const top = header.mapToItem(host, 200, header.height - 24);
-            const low = header.mapToItem(host, 200, header.height - 6);
-            const a = image.pixel(top.x, top.y);
-            const b = image.pixel(low.x, low.y);
-            const close = (x, y) => Math.abs(x - y) <= 2 / 255;
-            verify(close(a.r, b.r) && close(a.g, b.g) && close(a.b, b.b), "one fill: " + a + " above, " + b + " below");
+            ask("Was siehst du?", ["Zwei ", "Bilder ", "in ", "Blau"], 50);
+            const sent = findChild(bubble(0), "attachmentTiles");
+            tryCompare(sent.children, "length", 8); // seven tiles and their repeater
+            for (let i = 1; i < 3; ++i) {
+                const picture = findChild(sent.children[i], "picture");
+                tryVerify(() => loaded(picture));
+            }
+            tryCompare(session, "isLoading", false, 5000);
+            tryCompare(bubble(1), "text", "Zwei Bilder in Blau");
+            Fixture.settings.selectedModel = model;
         }
 
         function test_helpOpensAfterTheUsualDelay() {
