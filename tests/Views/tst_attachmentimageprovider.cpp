@@ -2,9 +2,26 @@
 #include "SessionFixture.h"
 #include "TestMain.h"
 
+#include <QBuffer>
+#include <QImageReader>
+#include <QtConcurrent>
+
 #include <atomic>
 #include <mutex>
 #include <thread>
+
+namespace {
+QByteArray png(const QSize &size)
+{
+    QImage picture(size, QImage::Format_ARGB32);
+    picture.fill(QColor(10, 200, 30, 128));
+    QByteArray bytes;
+    QBuffer buffer(&bytes);
+    buffer.open(QIODevice::WriteOnly);
+    picture.save(&buffer, "PNG");
+    return bytes;
+}
+} // namespace
 
 // Qt asks the provider for pictures on its image-loader thread while the main thread adds attachments,
 // streams answers and clears the conversation. Run under ThreadSanitizer, this shows whether the loader
@@ -84,6 +101,26 @@ private slots:
             const QImage image = images.requestImage(id, &size, QSize());
             QCOMPARE(image.isNull(), !shown.contains(id));
         }
+    }
+
+    // A picture is sent at its full size; bytes that are no picture make none, and only a picture's start
+    // encodes without a crash.
+    void picturesAreSentWhole()
+    {
+        QVERIFY(!ImageData::fromBytes("not a picture at all"));
+        const QByteArray bytes = png({640, 480});
+        const ImageRef image = ImageData::fromBytes(bytes);
+        QVERIFY(image);
+        QCOMPARE(QImage::fromData(image->toJpeg(), "JPEG").size(), QSize(640, 480)); // full size, no scaling
+
+        // Converting on a worker thread leaves the process-wide decoding guard as the program set it.
+        QImageReader::setAllocationLimit(300);
+        QVERIFY(!QtConcurrent::run([image] { return image->toJpeg(); }).result().isEmpty());
+        QCOMPARE(QImageReader::allocationLimit(), 300);
+        ImageData::allowFullSizePhotos();
+
+        if (const ImageRef broken = ImageData::fromBytes(bytes.left(bytes.size() / 3)))
+            (void)broken->toJpeg(); // the header alone may pass; encoding what is there must not crash
     }
 };
 
