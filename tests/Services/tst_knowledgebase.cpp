@@ -140,10 +140,12 @@ private slots:
         QVERIFY(manager.processingFiles().isEmpty());
         QCOMPARE(manager.globalChunks().size(), 4);
 
+        const int watches = inotifyWatches();
         manager.removeFile(spelt);
         QCOMPARE(manager.trackedFiles(), QList<QUrl>({other, blank}));
         QCOMPARE(manager.globalChunks().size(), 1);
         QCOMPARE(manager.monitorCount(), 2);
+        QCOMPARE(inotifyWatches(), watches - 1);
         QVERIFY(!manager.fileTexts().contains(url));
         for (const QUrl &source : manager.chunkSourceMap())
             QCOMPARE(source, other);
@@ -453,8 +455,8 @@ private slots:
         }
     }
 
-    // Past its size the vector cache drops the least recently used vectors first, and vectors unused for long go
-    // whatever the size.
+    // Past its size the vector cache drops the least recently used vectors first, and vectors unused for long
+    // go whatever the size.
     void prunesOldEntries()
     {
         const VectorCache::Limits limits{4 * 8 * 25, 30}; // room for 25 vectors of four numbers
