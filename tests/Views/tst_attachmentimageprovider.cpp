@@ -2,26 +2,12 @@
 #include "SessionFixture.h"
 #include "TestMain.h"
 
-#include <QBuffer>
 #include <QImageReader>
 #include <QtConcurrent>
 
 #include <atomic>
 #include <mutex>
 #include <thread>
-
-namespace {
-QByteArray png(const QSize &size)
-{
-    QImage picture(size, QImage::Format_ARGB32);
-    picture.fill(QColor(10, 200, 30, 128));
-    QByteArray bytes;
-    QBuffer buffer(&bytes);
-    buffer.open(QIODevice::WriteOnly);
-    picture.save(&buffer, "PNG");
-    return bytes;
-}
-} // namespace
 
 // Qt asks the provider for pictures on its image-loader thread while the main thread adds attachments,
 // streams answers and clears the conversation. Run under ThreadSanitizer, this shows whether the loader
@@ -108,7 +94,9 @@ private slots:
     void picturesAreSentWhole()
     {
         QVERIFY(!ImageData::fromBytes("not a picture at all"));
-        const QByteArray bytes = png({640, 480});
+        QFile file(TestEnvironment::writePicture(QStringLiteral("gross.png"), {640, 480}));
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        const QByteArray bytes = file.readAll();
         const ImageRef image = ImageData::fromBytes(bytes);
         QVERIFY(image);
         QCOMPARE(QImage::fromData(image->toJpeg(), "JPEG").size(), QSize(640, 480)); // full size, no scaling
