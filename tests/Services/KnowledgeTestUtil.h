@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ProviderClient.h"
+#include "Services/ContextManager.h"
 #include "Services/DebugLog.h"
 #include "TestMain.h"
 #include "TestProvider.h"
@@ -9,6 +10,8 @@
 #include <QString>
 #include <QStringList>
 #include <QUrl>
+
+#include <qcoro/qcorotask.h>
 
 // Small helpers shared by the knowledge base's tests.
 namespace KnowledgeTest {
@@ -23,14 +26,11 @@ struct Fixture {
 inline QStringList logMessages()
 {
     QFile file(DebugLog::filePath());
-    if (!file.open(QIODevice::ReadOnly))
-        return {};
     QStringList messages;
-    for (const QString &line : QString::fromUtf8(file.readAll()).split(QLatin1Char('\n'))) {
-        const qsizetype close = line.indexOf(QStringLiteral("] "));
-        if (line.startsWith(QLatin1Char('[')) && close > 0)
-            messages.append(line.mid(close + 2));
-    }
+    for (const QString &line :
+         QString::fromUtf8(file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray()).split('\n'))
+        if (line.startsWith(QLatin1Char('[')) && line.contains(QStringLiteral("] ")))
+            messages.append(line.section(QStringLiteral("] "), 1));
     return messages;
 }
 
@@ -43,6 +43,15 @@ inline int countLog(const QString &message)
 inline QUrl writeFile(const QString &name, const QByteArray &content)
 {
     return QUrl::fromLocalFile(TestEnvironment::writeFile(name, content));
+}
+
+// A knowledge file, tracked and processed.
+inline QUrl track(ContextManager &manager, const QString &name, const QByteArray &content)
+{
+    const QUrl url = writeFile(name, content);
+    manager.addFile(url);
+    QCoro::waitFor(manager.waitUntilIdle());
+    return url;
 }
 
 // A CSV table of `rows` data rows: one chunk per row.

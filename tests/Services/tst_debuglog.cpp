@@ -30,17 +30,26 @@ private slots:
     void init() { QFile::remove(DebugLog::filePath()); }
 
     // The start replaces the last run's log with a header; each entry goes to the log and, unchanged, to
-    // the console.
-    void entryIsLoggedAndEchoedUnchanged_data()
+    // the console, stamped with the medium time of the current locale. A deleted log comes back without
+    // its header.
+    void entries_data()
     {
         QTest::addColumn<QString>("message");
-        QTest::addRow("plain") << QStringLiteral("📦 Created 3 chunks from a.txt");
-        QTest::addRow("empty") << QString();
-        QTest::addRow("several lines") << QStringLiteral("📄 First 200 chars: eins\nzwei\n");
+        QTest::addColumn<QString>("locale");
+        QTest::addColumn<QString>("time");
+        QTest::addRow("plain, German time") << QStringLiteral("📦 Created 3 chunks from a.txt") << "de_DE"
+                                            << "\\d\\d:\\d\\d:\\d\\d";
+        QTest::addRow("empty, American time") << QString() << "en_US"
+                                              << "\\d{1,2}:\\d\\d:\\d\\d\\s(?:AM|PM)";
+        QTest::addRow("several lines") << QStringLiteral("📄 First 200 chars: eins\nzwei\n") << "C"
+                                       << "\\d\\d:\\d\\d:\\d\\d";
     }
-    void entryIsLoggedAndEchoedUnchanged()
+    void entries()
     {
         QFETCH(QString, message);
+        QFETCH(QString, locale);
+        QFETCH(QString, time);
+        QLocale::setDefault(QLocale(locale));
         TestEnvironment::writeFile(QStringLiteral("Desktop/quillmoor_debug.log"), "last run's entries\n");
         DebugLog::start();
         QCOMPARE(readLog(), Header);
@@ -48,33 +57,19 @@ private slots:
         DebugLog::log(message);
         const QString entry = readLog().mid(Header.size());
         QCOMPARE(console.text(), entry);
-        const QRegularExpression shape(QStringLiteral("^\\[([^\\]\\n]+)\\] (.*)\\n$"),
+        const QRegularExpression shape(QStringLiteral("^\\[") + time + QStringLiteral("\\] (.*)\\n$"),
                                        QRegularExpression::DotMatchesEverythingOption);
-        QCOMPARE(shape.match(entry).captured(2), message);
-    }
-
-    void timeOfDayFollowsLocale()
-    {
-        QLocale::setDefault(QLocale(QStringLiteral("de_DE")));
-        const QString german = DebugLog::timeOfDay();
-        QLocale::setDefault(QLocale(QStringLiteral("en_US")));
-        const QString english = DebugLog::timeOfDay();
-        QLocale::setDefault(QLocale::c());
-        QVERIFY(QRegularExpression(QStringLiteral("^\\d\\d:\\d\\d:\\d\\d$")).match(german).hasMatch());
-        QVERIFY(QRegularExpression(QStringLiteral("^\\d{1,2}:\\d\\d:\\d\\d\\s(AM|PM)$"))
-                    .match(english)
-                    .hasMatch());
-    }
-
-    // A deleted log comes back without its header; without a Desktop the entry still reaches the console,
-    // and no Desktop is made.
-    void entriesWithoutTheFile()
-    {
-        DebugLog::start();
+        QVERIFY(shape.match(entry).hasMatch());
+        QCOMPARE(shape.match(entry).captured(1), message);
         QVERIFY(QFile::remove(DebugLog::filePath()));
-        DebugLog::log(QStringLiteral("after"));
-        QVERIFY(QRegularExpression(QStringLiteral("^\\[[^\\]]+\\] after\\n$")).match(readLog()).hasMatch());
+        DebugLog::log(message);
+        QLocale::setDefault(QLocale::c());
+        QVERIFY(shape.match(readLog()).hasMatch());
+    }
 
+    // Without a Desktop the entry still reaches the console, and no Desktop is made.
+    void entriesWithoutTheFolder()
+    {
         QTemporaryDir otherHome;
         const QByteArray savedHome = qgetenv("HOME");
         qputenv("HOME", otherHome.path().toUtf8());

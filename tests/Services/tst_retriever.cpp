@@ -1,8 +1,5 @@
 #include "KnowledgeTestUtil.h"
-#include "Services/ContextManager.h"
 #include "Services/Retriever.h"
-
-#include <qcoro/qcorotask.h>
 
 using namespace KnowledgeTest;
 
@@ -25,10 +22,8 @@ class TestRetriever : public QObject, Fixture {
     DocumentChunk track(const QString &name, const QByteArray &content,
                         const QList<double> &vector = Unrelated)
     {
-        const QUrl url = writeFile(name, content);
-        m_manager->addFile(url);
-        QCoro::waitFor(m_manager->waitUntilIdle());
-        const QList<DocumentChunk> chunks = m_manager->fileChunks(url);
+        const QList<DocumentChunk> chunks =
+            m_manager->fileChunks(KnowledgeTest::track(*m_manager, name, content));
         return chunks.isEmpty() ? DocumentChunk{} : DocumentChunk{chunks.first().text, vector};
     }
 

@@ -1,12 +1,45 @@
+#include "../Services/KnowledgeTestUtil.h"
 #include "AppSettings.h"
+#include "ConsoleCapture.h"
 #include "Core/AppTheme.h"
-#include "TestMain.h"
+#include "Services/KnowledgeBookmarks.h"
 
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QSignalSpy>
+#include <QSysInfo>
 
-class TestAppSettings : public QObject {
+using namespace KnowledgeTest;
+
+namespace {
+
+QUrl file(const QString &name)
+{
+    return writeFile(name, "Inhalt der Datei");
+}
+
+QByteArray bookmark(const QUrl &url)
+{
+    return std::get<QByteArray>(KnowledgeBookmarks::create(url));
+}
+
+// The bookmark of `url` with one field of its record changed.
+QByteArray edited(const QUrl &url, const QString &key, const QString &value)
+{
+    QJsonObject record = QJsonDocument::fromJson(bookmark(url)).object();
+    record.insert(key, value);
+    return QJsonDocument(record).toJson(QJsonDocument::Compact);
+}
+
+} // namespace
+
+class TestAppSettings : public QObject, Fixture {
     Q_OBJECT
+
 private slots:
+    void init() { AppSettings().setKnowledgeBookmarksData({}); }
+
+    // The choices outlive the object, and each change is signalled once.
     void writesArePersistedAndSignalled()
     {
         {
@@ -20,7 +53,6 @@ private slots:
             settings.setSelectedModel(QStringLiteral("gpt-unknown")); // a model outside the list is kept
             settings.setMasterPrompt(QString()); // empty is a value, not "use the default"
             settings.setAccentColorIndex(3);
-            settings.setKnowledgeBookmarksData(QByteArrayLiteral("[\"AQID\"]"));
             QCOMPARE(model.count(), 1);
             QCOMPARE(prompt.count(), 1);
             QCOMPARE(accent.count(), 1);
@@ -30,13 +62,135 @@ private slots:
         QVERIFY(reopened.modelInfo(QStringLiteral("gpt-unknown")).isEmpty());
         QCOMPARE(reopened.masterPrompt(), QString());
         QCOMPARE(reopened.accentColor(), AppSettings::accentColors().at(3));
-        QCOMPARE(reopened.knowledgeBookmarksData(), QByteArrayLiteral("[\"AQID\"]"));
         // An index out of range is stored as it is and shows orange.
         for (int index : {6, -1}) {
             reopened.setAccentColorIndex(index);
             QCOMPARE(reopened.accentColorIndex(), index);
             QCOMPARE(reopened.accentColor(), AppTheme::orange());
         }
+    }
+
+    // Without a system machine id the identity is made once and kept beside the settings, so renaming the
+    // host changes nothing.
+    void machineIdentityWithoutASystemId()
+    {
+        QCOMPARE(KnowledgeBookmarks::machineIdentity("8f14e45fceea167a5a36dedd4bea2543"),
+                 QStringLiteral("8f14e45fceea167a5a36dedd4bea2543"));
+        const QString made = KnowledgeBookmarks::machineIdentity({});
+        QVERIFY(made != QSysInfo::machineHostName());
+        QCOMPARE(KnowledgeBookmarks::machineIdentity({}), made);
+        QFile kept(AppSettings::folder() + QStringLiteral("/machine-id"));
+        QVERIFY(kept.open(QIODevice::ReadOnly));
+        QCOMPARE(kept.readAll().trimmed(), made.toLatin1());
+    }
+
+    void storedFormat()
+    {
+        const QList<QByteArray> list{QByteArray("\xff\xfe\xfd\xfc", 4), QByteArray("?>?", 3)};
+        QCOMPARE(KnowledgeBookmarks::encodeList(list), QByteArray("[\"\\/\\/79\\/A==\",\"Pz4\\/\"]"));
+        QCOMPARE(KnowledgeBookmarks::decodeList("[\"\\/\\/79\\/A==\",\"Pz4\\/\"]"), list);
+        QCOMPARE(KnowledgeBookmarks::decodeList("[\"//79/A==\",\"Pz4/\"]"), list);
+    }
+
+    // A store that is empty or cannot be read gives no files, says nothing, and is left as it is.
+    void undecodableStoreIsLeftAlone_data()
+    {
+        QTest::addColumn<QByteArray>("stored");
+        QTest::addRow("empty") << QByteArray();
+        QTest::addRow("cut off") << QByteArray("[\"abc");
+        QTest::addRow("an object") << QByteArray("{\"a\":1}");
+        QTest::addRow("a number among the strings") << QByteArray("[\"QUJD\",1]");
+        QTest::addRow("not base64") << QByteArray("[\"*not base64*\"]");
+    }
+    void undecodableStoreIsLeftAlone()
+    {
+        QFETCH(QByteArray, stored);
+        QVERIFY(KnowledgeBookmarks::decodeList(stored).isEmpty());
+        AppSettings settings;
+        settings.setKnowledgeBookmarksData(stored);
+        ConsoleCapture console;
+        QVERIFY(settings.getKnowledgeURLs().isEmpty());
+        QVERIFY(console.lines().isEmpty());
+        QCOMPARE(settings.knowledgeBookmarksData(), stored);
+    }
+
+    // At start-up the bookmarks that do not resolve leave the store; one whose path now names another file
+    // is stale. Another computer's bookmark does not resolve where its file is missing; where the file is
+    // here, this computer's identity may simply have changed, and it still serves (stale) rather than
+    // costing the user the file. A path is stored clean and absolute: any other spelling is no bookmark of
+    // ours, and "//host/..." would read as a network share.
+    void startUpResolutionCleansTheStore()
+    {
+        QList<QUrl> urls;
+        for (const char *name : {"a.txt", "b.txt", "c.txt", "gone.txt", "d.txt"})
+            urls.append(file(QString::fromLatin1(name)));
+        const QString path = urls[0].toLocalFile();
+        const QList<QByteArray> stored{
+            bookmark(urls[0]),
+            edited(urls[1], QStringLiteral("machine"), QStringLiteral("another-computer")),
+            bookmark(urls[2]),
+            bookmark(urls[3]),
+            edited(urls[4], QStringLiteral("machine"), QStringLiteral("another-computer")),
+            "not a bookmark",
+            edited(urls[0], QStringLiteral("path"), QLatin1Char('/') + path),
+            edited(urls[0], QStringLiteral("path"), QStringLiteral("//") + path),
+            edited(urls[0], QStringLiteral("path"), path + QStringLiteral("/../a.txt")),
+            edited(urls[0], QStringLiteral("path"), path + QLatin1Char('/'))};
+        QVERIFY(QFile::remove(urls[1].toLocalFile()));
+        QVERIFY(QFile::remove(urls[3].toLocalFile()));
+        // c.txt replaced by a new file, made while the old one still held its inode.
+        const QString replacement = file(QStringLiteral("c.new")).toLocalFile();
+        QVERIFY(QFile::remove(urls[2].toLocalFile()) && QFile::rename(replacement, urls[2].toLocalFile()));
+        AppSettings settings;
+        settings.setKnowledgeBookmarksData(KnowledgeBookmarks::encodeList(stored));
+
+        ConsoleCapture console;
+        QCOMPARE(settings.getKnowledgeURLs(), QList<QUrl>({urls[0], urls[2], urls[4]}));
+        QStringList expected{
+            QStringLiteral("📁 Bookmark [0]: a.txt → resolved (stale: false, accessed: true)"),
+            QStringLiteral(
+                "❌ Bookmark [1] ungültig (anderer Mac?): The bookmark was created on another computer."),
+            QStringLiteral("📁 Bookmark [2]: c.txt → resolved (stale: true, accessed: true)"),
+            QStringLiteral(
+                "⚠️ Bookmark [3]: gone.txt → Datei nicht gefunden (anderer Mac?), wird entfernt"),
+            QStringLiteral("📁 Bookmark [4]: d.txt → resolved (stale: true, accessed: true)")};
+        for (int i = 5; i < 10; ++i)
+            expected.append(
+                QStringLiteral("❌ Bookmark [%1] ungültig (anderer Mac?): The bookmark data is corrupted.")
+                    .arg(i));
+        expected.append(QStringLiteral("🧹 Bereinige 7 ungültige Wissensdatei(en)"));
+        QCOMPARE(console.lines(), expected);
+        QCOMPARE(KnowledgeBookmarks::decodeList(settings.knowledgeBookmarksData()),
+                 QList<QByteArray>({stored[0], stored[2], stored[4]}));
+    }
+
+    // A file is stored once, and one that cannot be bookmarked not at all; a row that does not exist
+    // removes nothing from the store.
+    void addingAndRemovingFiles()
+    {
+        AppSettings settings;
+        ContextManager manager(api);
+        const QUrl first = file(QStringLiteral("eins.txt"));
+        const QUrl second = file(QStringLiteral("zwei.txt"));
+        settings.addKnowledgeFile(first, manager);
+        settings.addKnowledgeFile(second, manager);
+        settings.addKnowledgeFile(first, manager);
+        {
+            ConsoleCapture console;
+            settings.addKnowledgeFile(QUrl::fromLocalFile(QStringLiteral("/nowhere/nope.txt")), manager);
+            QCOMPARE(console.lines().size(), 1);
+            QVERIFY(console.lines().first().startsWith(
+                QStringLiteral("Failed to create bookmark: Error Domain=")));
+        }
+        QCOMPARE(manager.trackedFiles(), QList<QUrl>({first, second}));
+        QCOMPARE(KnowledgeBookmarks::decodeList(settings.knowledgeBookmarksData()),
+                 QList<QByteArray>({bookmark(first), bookmark(second)}));
+
+        settings.removeKnowledgeFile(0, first, manager);
+        QCOMPARE(manager.trackedFiles(), QList<QUrl>{second});
+        settings.removeKnowledgeFile(7, second, manager);
+        QCOMPARE(KnowledgeBookmarks::decodeList(settings.knowledgeBookmarksData()), QList{bookmark(second)});
+        QCoro::waitFor(manager.waitUntilIdle());
     }
 };
 

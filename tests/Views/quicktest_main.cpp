@@ -14,27 +14,24 @@
 
 Q_IMPORT_QML_PLUGIN(QuillmoorPlugin)
 
-// What the view tests drive: the real session, settings and knowledge base, talking to a loopback
-// provider whose answers each test scripts.
-class ViewsFixture : public QObject {
+// What the view tests drive (as the singleton "Fixture"): the real session, settings and knowledge base,
+// talking to a loopback provider whose answers each test scripts.
+class Setup : public QObject {
     Q_OBJECT
     Q_PROPERTY(ChatSession *session READ session CONSTANT)
     Q_PROPERTY(AppSettings *settings READ settings CONSTANT)
     Q_PROPERTY(SettingsScreenState *settingsScreen READ settingsScreen CONSTANT)
 public:
-    ViewsFixture()
-        : m_settingsScreen(m_app.settings, *m_app.knowledge)
-    {
-    }
+    Setup() { TestEnvironment::isolate(); }
 
-    ChatSession *session() const { return m_app.session.get(); }
-    AppSettings *settings() { return &m_app.settings; }
-    SettingsScreenState *settingsScreen() { return &m_settingsScreen; }
+    ChatSession *session() const { return m_app->session.get(); }
+    AppSettings *settings() { return &m_app->settings; }
+    SettingsScreenState *settingsScreen() { return m_settingsScreen.get(); }
 
     // The next answer: these pieces, each after a pause.
     Q_INVOKABLE void scriptAnswer(const QStringList &pieces, int delayMs)
     {
-        m_app.provider.enqueueChat(TestProvider::Response::sse(pieces, true, delayMs));
+        m_app->provider.enqueueChat(TestProvider::Response::sse(pieces, true, delayMs));
     }
 
     // A small document or picture in the test's home, as a file URL.
@@ -47,57 +44,48 @@ public:
         return QUrl::fromLocalFile(TestEnvironment::writePicture(name, {64, 48}, QColor(40, 120, 200)));
     }
 
-    void settle() { QCoro::waitFor(m_app.knowledge->waitUntilIdle()); }
-
     // Back to an idle, empty screen between tests.
     Q_INVOKABLE void reset()
     {
-        m_app.session->cancelStreaming();
-        m_app.provider.clearScript();
-        m_app.session->clearMessages();
-        m_app.session->setInputText(QString());
-        while (m_app.session->pendingAttachments()->size() > 0)
-            m_app.session->removePendingAttachment(0);
-        m_app.session->setDragging(false);
-        m_app.session->setAtBottom(true);
+        ChatSession &session = *m_app->session;
+        session.cancelStreaming();
+        m_app->provider.clearScript();
+        session.clearMessages();
+        session.setInputText(QString());
+        while (session.pendingAttachments()->size() > 0)
+            session.removePendingAttachment(0);
+        session.setDragging(false);
+        session.setAtBottom(true);
     }
-
-private:
-    SessionFixture m_app;
-    SettingsScreenState m_settingsScreen;
-};
-
-class Setup : public QObject {
-    Q_OBJECT
-public:
-    Setup() { TestEnvironment::isolate(); }
 
 public slots:
     void applicationAvailable()
     {
         ImageData::allowFullSizePhotos();
         QQuickStyle::setStyle(QStringLiteral("Basic"));
-        m_fixture = std::make_unique<ViewsFixture>();
-        qmlRegisterSingletonInstance("QuillmoorTest", 1, 0, "Fixture", m_fixture.get());
+        m_app = std::make_unique<SessionFixture>();
+        m_settingsScreen = std::make_unique<SettingsScreenState>(m_app->settings, *m_app->knowledge);
+        qmlRegisterSingletonInstance("QuillmoorTest", 1, 0, "Fixture", this);
     }
 
     void qmlEngineAvailable(QQmlEngine *engine)
     {
         engine->addImportPath(QStringLiteral("qrc:/qt/qml"));
-        engine->addImageProvider(AttachmentImageProvider::Name,
-                                 new AttachmentImageProvider(*m_fixture->session()));
+        engine->addImageProvider(AttachmentImageProvider::Name, new AttachmentImageProvider(*session()));
         engine->addImageProvider(IconImageProvider::Name, new IconImageProvider);
     }
 
     // Knowledge still being processed holds the vector cache and its thread; it ends before the fixture goes.
     void cleanupTestCase()
     {
-        m_fixture->settle();
-        m_fixture.reset();
+        QCoro::waitFor(m_app->knowledge->waitUntilIdle());
+        m_settingsScreen.reset();
+        m_app.reset();
     }
 
 private:
-    std::unique_ptr<ViewsFixture> m_fixture;
+    std::unique_ptr<SessionFixture> m_app;
+    std::unique_ptr<SettingsScreenState> m_settingsScreen;
 };
 
 QUICK_TEST_MAIN_WITH_SETUP(views, Setup)

@@ -2,6 +2,9 @@
 #include "SessionFixture.h"
 #include "TestMain.h"
 
+#include <QImageReader>
+#include <QtConcurrent>
+
 #include <atomic>
 #include <mutex>
 #include <thread>
@@ -84,6 +87,28 @@ private slots:
             const QImage image = images.requestImage(id, &size, QSize());
             QCOMPARE(image.isNull(), !shown.contains(id));
         }
+    }
+
+    // A picture is sent at its full size; bytes that are no picture make none, and only a picture's start
+    // encodes without a crash.
+    void picturesAreSentWhole()
+    {
+        QVERIFY(!ImageData::fromBytes("not a picture at all"));
+        QFile file(TestEnvironment::writePicture(QStringLiteral("gross.png"), {640, 480}));
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        const QByteArray bytes = file.readAll();
+        const ImageRef image = ImageData::fromBytes(bytes);
+        QVERIFY(image);
+        QCOMPARE(QImage::fromData(image->toJpeg(), "JPEG").size(), QSize(640, 480)); // full size, no scaling
+
+        // Converting on a worker thread leaves the process-wide decoding guard as the program set it.
+        QImageReader::setAllocationLimit(300);
+        QVERIFY(!QtConcurrent::run([image] { return image->toJpeg(); }).result().isEmpty());
+        QCOMPARE(QImageReader::allocationLimit(), 300);
+        ImageData::allowFullSizePhotos();
+
+        if (const ImageRef broken = ImageData::fromBytes(bytes.left(bytes.size() / 3)))
+            (void)broken->toJpeg(); // the header alone may pass; encoding what is there must not crash
     }
 };
 

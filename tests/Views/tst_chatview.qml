@@ -1,6 +1,5 @@
 import QtQuick
 import QtQuick.Controls
-import QtTest
 import Quillmoor
 import QuillmoorTest
 
@@ -19,24 +18,14 @@ Item {
         settings: Fixture.settings
     }
 
-    TestCase {
+    ViewTestCase {
         name: "ChatView"
-        when: windowShown
+        subject: view
 
         property var session: Fixture.session
 
-        function named(name) {
-            const item = findChild(view, name);
-            verify(item, "no item named " + name);
-            return item;
-        }
-
         function bubble(index) {
             return named("messageRepeater").itemAt(index);
-        }
-
-        function focused() {
-            return host.Window.activeFocusItem;
         }
 
         function ask(question, pieces, delayMs) {
@@ -54,6 +43,8 @@ Item {
 
         // The stop button stands in for the send button while an answer streams. Return meanwhile starts
         // no second turn and keeps the typed text; each way of ending the turn gives the keyboard back to it.
+        // A screen reader hears the answer once, whole, when the turn has ended; the bubble it streams into
+        // stays out of its reach until then.
         function test_turnEnds_data() {
             return [{tag: "stop button", end: () => mouseClick(named("stopButton"))},
                     {tag: "Escape", end: () => keyClick(Qt.Key_Escape)},
@@ -69,6 +60,13 @@ Item {
         }
         function test_turnEnds(data) {
             const stop = named("stopButton");
+            const state = named("chatScreen");
+            const told = [];
+            const listen = () => {
+                if (state.announcement !== "")
+                    told.push(state.announcement);
+            };
+            state.announcementChanged.connect(listen);
             Fixture.scriptAnswer(["eins", " zwei", " drei"], 300);
             mouseClick(named("inputField"));
             keyClick(Qt.Key_A);
@@ -76,6 +74,8 @@ Item {
             compare(bubble(0).text, "a", "Return sends");
             tryCompare(stop, "scale", 1);
             tryVerify(() => bubble(1) && bubble(1).text === "eins", 3000);
+            compare(named("announcer").visible, false);
+            compare(findChild(bubble(1), "markdown").Accessible.ignored, true, "the streaming answer is hidden");
             keyClick(Qt.Key_B);
             keyClick(Qt.Key_Return);
             compare(named("inputField").text, "b", "the text waits for the answer to end");
@@ -86,10 +86,15 @@ Item {
             compare(session.inputText, "b");
             compare(session.messages.count, 2, "no second turn");
             verify(session.canSend, "the waiting text can go now");
+            state.announcementChanged.disconnect(listen);
+            compare(told, [bubble(1).text]);
+            compare(named("announcer").Accessible.name, bubble(1).text);
+            compare(findChild(bubble(1), "markdown").Accessible.ignored, false);
         }
 
         // The thinking indicator shows until the answer starts; the bubbles sit on their sides; clearing
-        // during a turn empties the list, not the field, and the pieces after it stay away.
+        // during a turn empties the list, not the field, and the pieces after it stay away. The reply
+        // refusing pictures is told to a screen reader like any answer.
         function test_bubblesAndClearing() {
             const indicator = named("thinkingIndicator");
             compare(indicator.visible, false);
@@ -118,6 +123,11 @@ Item {
             tryCompare(session, "isLoading", false, 5000);
             compare(named("messageRepeater").count, 0);
             compare(session.inputText, "Entwurf");
+
+            session.addAttachment(Fixture.picture("bild.png"));
+            tryCompare(session.pendingAttachments, "count", 1);
+            session.sendMessage();
+            tryVerify(() => named("chatScreen").announcement.startsWith("Entschuldigung"), 3000);
         }
 
         // How far the end marker's bottom lies below the visible area (0 or less: the list shows its end).
@@ -140,10 +150,8 @@ Item {
         // scrolled up stays put until sending again.
         function test_followsTheEnd() {
             const list = named("conversation");
-            for (let i = 0; i < 5; ++i) {
-                ask("Frage " + i, [paragraphs("v" + i, 2)], 0);
-                tryCompare(session, "isLoading", false, 5000);
-            }
+            ask("Frage", [paragraphs("v", 10)], 0);
+            tryCompare(session, "isLoading", false, 5000);
             tryVerify(() => list.contentHeight > list.height * 1.5);
             tryVerify(() => gapBelowEnd() <= 1, 2000, "the filled list ends at its end");
             for (let send = 0; send < 6; ++send) {
@@ -204,38 +212,9 @@ Item {
             tryCompare(menu, "opened", true);
             keyClick(Qt.Key_Escape);
             tryCompare(menu, "visible", false);
-            while (focused().objectName !== "removeButton")
-                keyClick(Qt.Key_Tab);
+            tabTo("removeButton");
             keyClick(Qt.Key_Space);
             compare(session.pendingAttachments.count, 0);
-        }
-
-        // A screen reader hears the streamed answer once, whole, when it has ended; the bubble it streams
-        // into stays out of its reach until then. The reply refusing pictures is told as well.
-        function test_answerIsAnnouncedOnceItEnds() {
-            const state = named("chatScreen");
-            const announcer = named("announcer");
-            const told = [];
-            const listen = () => {
-                if (state.announcement !== "")
-                    told.push(state.announcement);
-            };
-            state.announcementChanged.connect(listen);
-            ask("Zähl auf", ["Erstens", " zweitens", " drittens."], 150);
-            tryVerify(() => bubble(1) && bubble(1).text === "Erstens", 3000);
-            compare(announcer.visible, false);
-            compare(findChild(bubble(1), "markdown").Accessible.ignored, true, "the streaming answer is hidden");
-            tryCompare(session, "isLoading", false, 5000);
-            state.announcementChanged.disconnect(listen);
-            compare(told, ["Erstens zweitens drittens."]);
-            compare(announcer.visible, true);
-            compare(announcer.Accessible.name, "Erstens zweitens drittens.");
-            compare(findChild(bubble(1), "markdown").Accessible.ignored, false);
-
-            session.addAttachment(Fixture.picture("bild.png"));
-            tryCompare(session.pendingAttachments, "count", 1);
-            session.sendMessage();
-            tryVerify(() => state.announcement.startsWith("Entschuldigung"), 3000);
         }
 
         // A tile's picture is drawn once its image has come from the attachment image provider. A canvas
@@ -246,9 +225,11 @@ Item {
                    && picture.getContext("2d").createImageData(url).width > 0;
         }
 
-        // A picture is cut to its tile's rounded corners and a document name ends in an ellipsis; the
-        // pictures keep coming from Qt's image-loader thread while the answer streams and the list changes.
-        function test_tilesWhileAnswering() {
+        // A picture is cut to its tile's rounded corners and a document name ends in an ellipsis; one fill
+        // covers the whole header, and the input bar's fill and a full pending strip stay inside the pane's
+        // rounded corners and edges. The pictures keep coming from Qt's image-loader thread while the answer
+        // streams and the list changes.
+        function test_tilesAndFills() {
             const model = Fixture.settings.selectedModel;
             Fixture.settings.selectedModel = "qwen3";
             // The document is added at once, the pictures after their loading.
@@ -257,38 +238,26 @@ Item {
             session.addAttachment(Fixture.picture("bild2.png"));
             const strip = named("pendingStrip");
             tryCompare(strip, "count", 3);
-            const tiles = () => [0, 1, 2].map(i => strip.itemAtIndex(i)).filter(t => t);
             let tile = null;
-            tryVerify(() => (tile = tiles().find(t => t.isImage && loaded(findChild(t, "picture")))) !== undefined);
+            tryVerify(() => (tile = [1, 2].map(i => strip.itemAtIndex(i)).find(
+                                 t => t && loaded(findChild(t, "picture")))) !== undefined);
             waitForRendering(strip);
-            const pixel = (x, y) => {
-                const p = tile.mapToItem(host, x, y);
+            const pixel = (item, x, y) => {
+                const p = item.mapToItem(host, x, y);
                 return grabImage(host).pixel(p.x, p.y);
             };
             const blue = colour => colour.b > 0.6 && colour.r < 0.4;
-            tryVerify(() => blue(pixel(40, 40)), 2000, "the picture fills the tile");
-            verify(!blue(pixel(1, 1)), "the corner is cut away: " + pixel(1, 1));
-            const name = findChild(tiles().find(t => !t.isImage), "documentName");
-            compare(name.truncated, true);
+            tryVerify(() => blue(pixel(tile, 40, 40)), 2000, "the picture fills the tile");
+            verify(!blue(pixel(tile, 1, 1)), "the corner is cut away: " + pixel(tile, 1, 1));
+            compare(findChild(strip.itemAtIndex(0), "documentName").truncated, true);
+            const header = named("headerBackground");
+            const a = pixel(header, 200, header.height - 24);
+            const b = pixel(header, 200, header.height - 6);
+            const close = (x, y) => Math.abs(x - y) <= 2 / 255;
+            verify(close(a.r, b.r) && close(a.g, b.g) && close(a.b, b.b), "one fill: " + a + " above, " + b + " below");
 
-            ask("Was siehst du?", ["Zwei ", "Bilder ", "in ", "Blau"], 50);
-            const sent = findChild(bubble(0), "attachmentTiles");
-            tryCompare(sent.children, "length", 4); // three tiles and their repeater
-            for (let i = 1; i < 3; ++i) {
-                const picture = findChild(sent.children[i], "picture");
-                tryVerify(() => loaded(picture));
-            }
-            tryCompare(session, "isLoading", false, 5000);
-            tryCompare(bubble(1), "text", "Zwei Bilder in Blau");
-            Fixture.settings.selectedModel = model;
-        }
-
-        // One fill over the whole header; the input bar's fill and the pending strip stay inside the
-        // pane's rounded corners and edges.
-        function test_fillsStayInsideThePane() {
-            for (let i = 0; i < 7; ++i)
+            for (let i = 0; i < 4; ++i)
                 session.addAttachment(Fixture.document("datei" + i + ".txt"));
-            const strip = named("pendingStrip");
             tryCompare(strip, "count", 7);
             strip.positionViewAtEnd();
             waitForRendering(view);
@@ -301,13 +270,16 @@ Item {
             compare(String(image.pixel(host.margin + 1, host.height - host.margin - 2)), clear,
                     "the input bar's corner is rounded away");
 
-            const header = named("headerBackground");
-            const top = header.mapToItem(host, 200, header.height - 24);
-            const low = header.mapToItem(host, 200, header.height - 6);
-            const a = image.pixel(top.x, top.y);
-            const b = image.pixel(low.x, low.y);
-            const close = (x, y) => Math.abs(x - y) <= 2 / 255;
-            verify(close(a.r, b.r) && close(a.g, b.g) && close(a.b, b.b), "one fill: " + a + " above, " + b + " below");
+            ask("Was siehst du?", ["Zwei ", "Bilder ", "in ", "Blau"], 50);
+            const sent = findChild(bubble(0), "attachmentTiles");
+            tryCompare(sent.children, "length", 8); // seven tiles and their repeater
+            for (let i = 1; i < 3; ++i) {
+                const picture = findChild(sent.children[i], "picture");
+                tryVerify(() => loaded(picture));
+            }
+            tryCompare(session, "isLoading", false, 5000);
+            tryCompare(bubble(1), "text", "Zwei Bilder in Blau");
+            Fixture.settings.selectedModel = model;
         }
 
         function test_helpOpensAfterTheUsualDelay() {

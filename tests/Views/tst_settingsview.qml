@@ -1,6 +1,5 @@
 import QtQuick
 import QtQuick.Controls
-import QtTest
 import Quillmoor
 import QuillmoorTest
 
@@ -21,31 +20,11 @@ Item {
         settings: Fixture.settings
     }
 
-    TestCase {
+    ViewTestCase {
         name: "SettingsView"
-        when: windowShown
+        subject: view
 
         property var settings: Fixture.settings
-
-        function named(name) {
-            const item = findChild(view, name);
-            verify(item, "no item named " + name);
-            return item;
-        }
-
-        function focused() {
-            return host.Window.activeFocusItem;
-        }
-
-        // Tabs from the current item until `name` has the keyboard; fails after a full round.
-        function tabTo(name) {
-            for (let i = 0; i < 20; ++i) {
-                if (focused() && focused().objectName === name)
-                    return focused();
-                keyClick(Qt.Key_Tab);
-            }
-            fail(name + " is not reached with Tab");
-        }
 
         function init() {
             settings.accentColorIndex = 0;
