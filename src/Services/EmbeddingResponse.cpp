@@ -6,10 +6,11 @@
 
 namespace {
 
-ProviderError missing(const QString &key)
+// `where` is written as the mismatch errors write it: keys in quotes, indices in brackets.
+ProviderError missing(const QString &where)
 {
     return {EmbeddingResponse::DecodingDomain, EmbeddingResponse::KeyNotFound,
-            QStringLiteral("The data couldn't be read because it is missing: \"%1\".").arg(key)};
+            QStringLiteral("The data couldn't be read because it is missing: %1.").arg(where)};
 }
 
 ProviderError mismatch(const QString &where, const QString &expected)
@@ -33,7 +34,7 @@ std::variant<QList<QList<double>>, ProviderError> EmbeddingResponse::decode(cons
 
     const QJsonObject root = document.object();
     if (!root.contains(QLatin1String("data")))
-        return missing(QStringLiteral("data"));
+        return missing(QStringLiteral("\"data\""));
     const QJsonValue data = root.value(QLatin1String("data"));
     if (!data.isArray())
         return mismatch(QStringLiteral("\"data\""), QStringLiteral("an array"));

@@ -60,7 +60,7 @@ private slots:
         QTest::addColumn<int>("status");
         QTest::addColumn<QByteArray>("body");
         QTest::addColumn<QString>("expected");
-        const QDir cases(TestEnvironment::fixture(QStringLiteral("../data/embeddings")));
+        const QDir cases(TestEnvironment::data(QStringLiteral("embeddings")));
         for (const QFileInfo &body : cases.entryInfoList({QStringLiteral("*.body")})) {
             const QString name = body.completeBaseName();
             QTest::addRow("%s", qPrintable(name))
