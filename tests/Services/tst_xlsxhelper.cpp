@@ -121,62 +121,27 @@ private slots:
         }
     }
 
-    void extractsGeneratedWorkbooks_data()
-    {
-        QTest::addColumn<WorkbookWriter::Entries>("entries");
-        QTest::addColumn<QString>("expected");
-        QTest::addRow("sheets sorted and named in workbook order")
-            << workbook({"<row><c r=\"A1\" t=\"s\"><v>0</v></c><c r=\"B1\" t=\"s\"><v>1</v></c></row>",
-                         "<row><c r=\"A1\" t=\"inlineStr\"><is><t>Name</t></is></c></row>"},
-                        {"Kunden", "Preise"}, {"Müller &amp; Co", "Bern"})
-            << u"[TABELLE: Kunden]\nMüller &amp; Co\tBern\n\n[TABELLE: Preise]\nName\n\n"_s;
-        QTest::addRow("numbers in the general format")
-            << workbook(
-                   {"<row><c><v>0.1</v></c><c><v>100000000</v></c><c><v>1234567</v></c><c><v>1.2.3</v></c>"
-                    "<c><v>1200</v></c><c><v>1.</v></c><c><v>0.5</v></c><c><v>0.0001</v></c><c><v>0.00001"
-                    "</v></c><c><v>" +
-                    QByteArray(400, '9') + "</v></c></row>"})
-            << u"[TABELLE: Sheet 1]\n0.1\t1e+08\t1.23457e+06\t1200\t1\t0.5\t0.0001\t1e-05\tinf\n\n"_s;
-        QTest::addRow("rows without values leave the marker alone")
-            << workbook({"<row><c r=\"A1\" s=\"2\"/></row><row/>"}) << u"[TABELLE: Sheet 1]\n\n"_s;
-        // Without the dot-all option a dot stops at every line terminator, LS and NEL included; rows and
-        // cells are matched across lines.
-        QTest::addRow("line terminators in shared strings")
-            << workbook({"<row>\n<c t=\"s\">\n<v>0</v>\n</c>\n<c t=\"s\"><v>1</v></c></row>"}, {},
-                        {"a\u2028b", "c\u0085d", "e\rf", "ok"})
-            << u"[TABELLE: Sheet 1]\nok\n\n"_s;
-        QTest::addRow("indexes that are not indexes")
-            << workbook({"<row><c t=\"s\"><v>\xd9\xa0</v></c><c t=\"s\"><v>7</v></c>"
-                         "<c t=\"s\"><v>99999999999999999999999</v></c><c t=\"s\"><v>0</v></c></row>"},
-                        {}, {"a"})
-            << u"[TABELLE: Sheet 1]\na\n\n"_s;
-        const auto sheet = [](const char *name, int value) {
-            return std::pair(
-                u"xl/worksheets/"_s + QLatin1String(name),
-                WorkbookWriter::sheetXml("<row><c><v>" + QByteArray::number(value) + "</v></c></row>"));
-        };
-        QTest::addRow("only sheet*.xml directly in the folder")
-            << WorkbookWriter::Entries{sheet("chart1.xml", 1), sheet("_rels/sheet1.xml.rels", 0),
-                                       sheet("sheet1.XML", 2), sheet("sheet.xml", 3), sheet("sheet1.xml", 4)}
-            << u"[TABELLE: Sheet 1]\n3\n\n[TABELLE: Sheet 2]\n4\n\n"_s;
-    }
-    void extractsGeneratedWorkbooks()
-    {
-        QFETCH(WorkbookWriter::Entries, entries);
-        QFETCH(QString, expected);
-        const QString file = zipped(u"generated.xlsx"_s, entries);
-        QCOMPARE(XLSXHelper::extractText(file).value_or(u"<nothing>"_s), expected);
-    }
-
-    // Every workbook in the fixture folder, written by real programs, with its outcome in
-    // tests/data/xlsxhelper: the console lines, then the text. What is no workbook gives nothing and one
-    // line; hostile archives are refused before they are inflated, with memory that stays near what the test
-    // itself holds.
+    // Every workbook in the fixture folder, written by real programs, and the generated ones, each with its
+    // outcome in tests/data/xlsxhelper: the console lines, then the text. What is no workbook gives nothing
+    // and one line; hostile archives are refused before they are inflated, with memory that stays near what
+    // the test itself holds.
     void extractsFiles_data()
     {
         QTest::addColumn<QString>("file");
         QTest::addColumn<QString>("expected");
         CaseFiles::addFixtureRows(u"xlsx"_s, u"xlsxhelper"_s, u"*.xlsx"_s);
+        const QDir generated(CaseFiles::folder(u"xlsxhelper/generated"_s));
+        for (const QString &name : generated.entryList(QDir::Dirs | QDir::NoDotAndDotDot))
+            QTest::newRow(name.toUtf8().constData())
+                << zipped(name + u".xlsx"_s, WorkbookWriter::unpacked(generated.filePath(name)))
+                << QString::fromUtf8(CaseFiles::read(generated.filePath(name + u".expected"_s)));
+        // Without the dot-all option a dot stops at every line terminator, LS and NEL included; rows and
+        // cells are matched across lines.
+        QTest::addRow("line terminators in shared strings")
+            << zipped(u"zeilen.xlsx"_s,
+                      workbook({"<row>\n<c t=\"s\">\n<v>0</v>\n</c>\n<c t=\"s\"><v>1</v></c></row>"},
+                               {"a\u2028b", "c\u0085d", "e\rf", "ok"}))
+            << u"📊 XLSX: Found 1 sheets, 1 shared strings\n   └─ Sheet [Sheet 1] Headers: ok\n[TABELLE: Sheet 1]\nok\n\n"_s;
         const QString none = u"📊 XLSX: Found 0 sheets, 0 shared strings\n"_s;
         const QString error = u"❌ Error extracting XLSX: %1\n"_s;
         const QString dense =
