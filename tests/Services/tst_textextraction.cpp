@@ -7,8 +7,6 @@
 #include "Services/TextExtraction.h"
 #include "WorkbookWriter.h"
 
-#include <QPainter>
-#include <QPdfWriter>
 #include <QStringDecoder>
 
 using namespace Qt::StringLiterals;
@@ -16,24 +14,6 @@ using namespace Qt::StringLiterals;
 namespace {
 
 const QString Note = u"\n\n[... Text wurde gekürzt, da das Dokument zu lang für den Kontext ist ...]"_s;
-
-// A PDF in the test's home with one page per entry, each with a drawing and the entry's text (" " and ""
-// give pages without text). Its path, or "" when it could not be written.
-QString writePdf(const QString &name, const QStringList &pages)
-{
-    const QString path = TestEnvironment::home().filePath(name);
-    QPdfWriter writer(path);
-    writer.setResolution(72);
-    QPainter painter(&writer);
-    painter.setFont(QFont(u"DejaVu Sans"_s, 12));
-    for (qsizetype i = 0; i < pages.size(); ++i) {
-        if (i > 0)
-            writer.newPage();
-        painter.drawRect(50, 50, 100, 100);
-        painter.drawText(QPointF(72, 100), pages.at(i));
-    }
-    return painter.end() ? path : QString();
-}
 
 } // namespace
 
@@ -122,30 +102,21 @@ private slots:
                  u"[TABELLE: Sheet 1]\n"_s + QString(29980, u'1') + u"\n"_s + Note);
     }
 
-    // PDFs: every fixture in the folder with its outcome in tests/data/textextraction, generated documents
-    // and what does not open. The outcome is the console line, then the text in reading order: columns one
-    // after the other, blank pages left out, hyphenation joined, no blanks of the layout, our page breaks.
+    // PDFs: every fixture in the folder, and the made ones in tests/data/textextraction (pages with a drawing
+    // and no text, files that do not open), each with its outcome there, and what is no file. The outcome is
+    // the console line, then the text in reading order: columns one after the other, blank pages left out,
+    // hyphenation joined, no blanks of the layout, our page breaks.
     void pdfFiles_data()
     {
         QTest::addColumn<QString>("file");
         QTest::addColumn<QString>("expected");
-        CaseFiles::addFixtureRows(u"pdf"_s, u"textextraction"_s, u"*.pdf"_s);
+        CaseFiles::addFileRows(TestEnvironment::fixture(u"pdf"_s), u"textextraction"_s, u"*.pdf"_s);
+        CaseFiles::addFileRows(CaseFiles::folder(u"textextraction"_s), u"textextraction"_s, u"*.pdf"_s);
         const QString failed = u"❌ PDFKit: Could not open PDF at %1\n"_s;
-        QTest::addRow("blank page between")
-            << writePdf(u"Bericht.pdf"_s, {"Erste Seite", " ", "Dritte Seite"})
-            << u"📄 PDFKit: Extracted 27 chars from 3 pages of Bericht.pdf\nErste Seite\n\nDritte Seite\n\n"_s;
-        QTest::addRow("no text at all") << writePdf(u"Leer.pdf"_s, {QString(), QString()})
-                                        << u"📄 PDFKit: Extracted 0 chars from 2 pages of Leer.pdf\n"_s;
         QTest::addRow("missing") << TestEnvironment::home().filePath(u"missing.pdf"_s)
                                  << failed.arg(u"missing.pdf"_s);
         QTest::addRow("folder") << TestEnvironment::home().path()
                                 << failed.arg(TestEnvironment::home().path().section(u'/', -1));
-        QTest::addRow("not a PDF") << TestEnvironment::writeFile(u"notes.pdf"_s, "just some words, no PDF\n")
-                                   << failed.arg(u"notes.pdf"_s);
-        const QByteArray whole =
-            CaseFiles::read(TestEnvironment::fixture(u"pdf/multipage_pdflatex_4pages.pdf"_s));
-        QTest::addRow("truncated") << TestEnvironment::writeFile(u"truncated.pdf"_s, whole.left(2000))
-                                   << failed.arg(u"truncated.pdf"_s);
     }
     void pdfFiles()
     {

@@ -40,11 +40,11 @@ inline QList<std::pair<QByteArray, QJsonArray>> cases(const QString &suite,
     return all;
 }
 
-// Rows of a table with the columns file and expected: every file of the fixture folder that matches, with
+// Rows of a table with the columns file and expected: every file of the folder that matches, with
 // tests/data/<suite>/<file name without extension>.expected ("" when it is missing).
-inline void addFixtureRows(const QString &fixtures, const QString &suite, const QString &filter)
+inline void addFileRows(const QString &inputs, const QString &suite, const QString &filter)
 {
-    const QDir dir(TestEnvironment::fixture(fixtures));
+    const QDir dir(inputs);
     for (const QString &name : dir.entryList({filter}))
         QTest::newRow(name.toUtf8().constData())
             << dir.filePath(name)
