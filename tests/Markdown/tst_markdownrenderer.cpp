@@ -108,21 +108,6 @@ private slots:
         QCOMPARE(streamed.toPlainText(), u"neu"_s);
         QCOMPARE(streamed.blockCount(), 1);
     }
-
-    void heightFollowsText()
-    {
-        QTextDocument document;
-        document.setDocumentMargin(0);
-        document.setTextWidth(200);
-        MarkdownDocumentWriter writer;
-        writer.render(&document, u"Hallo"_s, style());
-        const int one = MarkdownDocumentWriter::measuredHeight(&document);
-        QVERIFY(one >= document.size().height() && one - 1 < document.size().height());
-        writer.render(&document, u"Hallo\nWelt"_s, style());
-        QVERIFY(MarkdownDocumentWriter::measuredHeight(&document) > one);
-        writer.render(&document, QString(), style());
-        QVERIFY(MarkdownDocumentWriter::measuredHeight(&document) < one + 1);
-    }
 };
 
 QUILLMOOR_TEST_MAIN(TestMarkdownRenderer)
