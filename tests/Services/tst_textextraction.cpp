@@ -89,8 +89,6 @@ private slots:
     void extensionChoosesTheExtractor()
     {
         const QByteArray pdf = CaseFiles::read(TestEnvironment::fixture(u"pdf/broken_no_xref_table.pdf"_s));
-        QCOMPARE(TextExtraction::forKnowledge(TestEnvironment::writeFile(u"Report.PDF"_s, pdf)),
-                 u"test example\n\n"_s);
         QCOMPARE(TextExtraction::forKnowledge(TestEnvironment::writeFile(u"report.txt"_s, pdf)),
                  QString::fromUtf8(pdf));
         // A workbook of 30,001 characters is cut as a whole text.
