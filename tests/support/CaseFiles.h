@@ -24,13 +24,12 @@ inline QByteArray read(const QString &path)
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
-// Every case of the suite's files; nothing at all when one of them does not read as an object of cases.
-inline QList<std::pair<QByteArray, QJsonArray>> cases(const QString &suite,
-                                                      const QString &files = QStringLiteral("*.json"))
+// Every case of the suite; nothing at all when one of its files does not read as an object of cases.
+inline QList<std::pair<QByteArray, QJsonArray>> cases(const QString &suite)
 {
     QList<std::pair<QByteArray, QJsonArray>> all;
     const QDir dir(folder(suite));
-    for (const QString &name : dir.entryList({files})) {
+    for (const QString &name : dir.entryList({QStringLiteral("*.json")})) {
         const QJsonObject cases = QJsonDocument::fromJson(read(dir.filePath(name))).object();
         if (cases.isEmpty())
             return {};
