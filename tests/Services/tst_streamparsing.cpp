@@ -74,7 +74,6 @@ private slots:
         QTest::addRow("empty piece") << event(R"("")") << piece << "";
         QTest::addRow("done") << "data: [DONE]" << done << "";
         QTest::addRow("done with trailing space") << "data: [DONE] " << ignore << "";
-        QTest::addRow("empty line") << "" << ignore << "";
         // Lines to skip, one file each: not an event of ours, or an event that does not read.
         const QDir ignored(CaseFiles::folder(u"streamparsing/ignored"_s));
         for (const QString &name : ignored.entryList(QDir::Files))

@@ -103,7 +103,8 @@ private slots:
     // PDFs: every fixture in the folder, and the made ones in tests/data/textextraction (pages with a drawing
     // and no text, files that do not open), each with its outcome there, and what is no file. The outcome is
     // the console line, then the text in reading order: columns one after the other, blank pages left out,
-    // hyphenation joined, no blanks of the layout, our page breaks.
+    // hyphenation joined, no blanks of the layout, our page breaks. The Japanese and Arabic files have CID
+    // fonts, which Poppler reads only with its data package installed.
     void pdfFiles_data()
     {
         QTest::addColumn<QString>("file");
