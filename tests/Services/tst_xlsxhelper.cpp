@@ -67,46 +67,37 @@ class TestXLSXHelper : public QObject {
     Q_OBJECT
 
 private slots:
-    // Known hard cases, then thousands of texts made of pieces that make the patterns backtrack: tags
-    // without their ends, values that are no numbers, other scripts' digits (Arabic-Indic and a
-    // mathematical digit outside the basic plane), line breaks.
+    // Known hard cases, then thousands of texts made of pieces that make the patterns backtrack, both from
+    // tests/data/xlsxhelper/patterns.json: tags without their ends, values that are no numbers, other
+    // scripts' digits, line breaks.
     void rowsAndCellsAsTheEngineFindsThem_data()
     {
         QTest::addColumn<bool>("cells");
         QTest::addColumn<QStringList>("known");
-        QTest::addColumn<QString>("pieces");
-        QTest::addRow("cells")
-            << true
-            << QStringList{u"<c r=\"A1\" t=\"s\"><v>0</v></c>"
-                           u"<c r=\"B1\" t=\"inlineStr\"><is><t>Name</t></is></c>"
-                           u"<c r=\"C1\" t=\"str\"><f>A1</f><v>x</v></c><c r=\"D1\" s=\"2\"><v>1.5</v></c>"_s,
-                           u"<c r=\"A1\"/><c r=\"B1\" s=\"1\"/><c><v>7</v></c>"_s, // empty cells borrow
-                           u"<c t=\"s\"><v>x</v></c><c><v>8</v></c>"_s,            // into the next cell
-                           u"<c t=\"s\"><v>\u0663</v></c>"_s,
-                           u"<c t=\"s\"><v>1\U0001D7D9</v></c><c><v>\U0001D7D9</v></c>"_s,
-                           u"<c r=\"A1\">t=\"s\"<v>1</v></c>"_s,    // type after the tag's end
-                           u"<c><v>1</v></c><c t=\"s\"><v>2</v>"_s, // no closing tag
-                           u"<c t=\"str\"><t>offen<v>3</v></c>"_s,  // falls back to a number
-                           u"<c t=\"s\" <v>1</v></c"_s,             // a tag without ">"
-                           u"<c\nt=\"s\"\n>\n<v>4</v>\n</c>\n<c t=\"inlineStr\"><is><t>a\r\nb</t></is></c>"_s}
-            << u"<c|>| t=\"s\"| t=\"str\"| t=\"inlineStr\"| r=\"A1\"|/>|<v>|</v>|12|3.5|\u0663|\U0001D7D9|x|"
-               u"</c>|<t>|<t xml:space=\"preserve\">|</t>|<is>|\n|<|t=\"s|<f>"_s;
-        QTest::addRow("rows") << false
-                              << QStringList{u"<sheetData><ro"_s, u"<row><v>1</v></row><row r=\"2\""_s,
-                                             u"x<row r=\"2\"><c><v>1</v></c></ro"_s}
-                              << u"<row| r=\"1\"|>|</row>|</row|<rowBreaks|<c><v>1</v></c>|\n|x"_s;
+        QTest::addColumn<QStringList>("pieces");
+        const QJsonObject patterns =
+            QJsonDocument::fromJson(CaseFiles::read(CaseFiles::folder(u"xlsxhelper"_s) + u"/patterns.json"_s))
+                .object();
+        for (const QString &kind : {u"cells"_s, u"rows"_s}) {
+            const QJsonObject cases = patterns[kind].toObject();
+            QStringList known;
+            for (const QJsonValue &text : cases[u"known"_s].toObject())
+                known.append(text.toString());
+            QVERIFY(!known.isEmpty());
+            QTest::newRow(qPrintable(kind))
+                << (kind == u"cells"_s) << known << cases[u"pieces"_s].toVariant().toStringList();
+        }
     }
     void rowsAndCellsAsTheEngineFindsThem()
     {
         QFETCH(bool, cells);
         QFETCH(QStringList, known);
-        QFETCH(QString, pieces);
-        const QStringList piece = pieces.split(u'|');
+        QFETCH(QStringList, pieces);
         QRandomGenerator random(11);
         for (int i = 0; i < 4000; ++i) {
             QString text;
             for (int n = 1 + random.bounded(40); n > 0; --n)
-                text += piece.at(random.bounded(int(piece.size())));
+                text += pieces.at(random.bounded(int(pieces.size())));
             known.append(text);
         }
         for (const QString &text : std::as_const(known)) {
