@@ -1,3 +1,4 @@
+#include "CaseFiles.h"
 #include "TestMain.h"
 
 #include "Markdown/MarkdownDocumentWriter.h"
@@ -18,7 +19,6 @@ MarkdownDocumentWriter::Style style()
     return {Markdown::systemFont(14, QFont::Normal), Ink, Accent,
             MarkdownDocumentWriter::bubbleParagraphStyle()};
 }
-const QString Bullet = Markdown::BulletMarker + u"|marker"_s;
 
 // A short name for how a run looks, so expectations read like the text they describe.
 QString kind(const TextRun &run)
@@ -40,66 +40,17 @@ QString kind(const TextRun &run)
 class TestMarkdownRenderer : public QObject {
     Q_OBJECT
 private slots:
+    // The cases are under tests/data/markdownrenderer, one file per kind of line: a source and its runs, each
+    // run written as its text and how it looks.
     void runs_data()
     {
         QTest::addColumn<QString>("source");
         QTest::addColumn<QStringList>("runs");
-        const QString rule = Markdown::HorizontalRule + u"|size8"_s;
-        QTest::addRow("heading 2, no inline rendering")
-            << u"## **fett**"_s << QStringList{u"**fett**|size17bold"_s};
-        QTest::addRow("heading 3") << u"### T"_s << QStringList{u"T|size15demibold"_s};
-        QTest::addRow("heading, spaces trimmed")
-            << u"  #\t  Titel \u00a0"_s << QStringList{u"Titel|size20bold"_s};
-        QTest::addRow("heading, carriage return kept")
-            << u"# Titel\r"_s << QStringList{u"Titel\r|size20bold"_s};
-        QTest::addRow("four hashes") << u"#### T"_s << QStringList{u"#### T|plain"_s};
-        QTest::addRow("hash without space") << u"#Titel"_s << QStringList{u"#Titel|plain"_s};
-        QTest::addRow("three dashes") << u"---"_s << QStringList{rule};
-        QTest::addRow("five dashes") << u"-----"_s << QStringList{rule};
-        QTest::addRow("star rule with carriage return") << u"***\r"_s << QStringList{rule};
-        QTest::addRow("mixed rule") << u"-*-"_s << QStringList{u"-*-|plain"_s};
-        QTest::addRow("spaced dashes") << u"- - -"_s << QStringList{Bullet, u"- -|plain"_s};
-        QTest::addRow("two stars") << u"**"_s << QStringList{u"**|plain"_s};
-        QTest::addRow("indented bullet") << u"  - Punkt"_s << QStringList{Bullet, u"Punkt|plain"_s};
-        QTest::addRow("star bullet") << u"* Stern"_s << QStringList{Bullet, u"Stern|plain"_s};
-        QTest::addRow("bullet content not trimmed") << u"-  x"_s << QStringList{Bullet, u" x|plain"_s};
-        QTest::addRow("bullet inline") << u"- **b**"_s << QStringList{Bullet, u"b|bold"_s};
-        QTest::addRow("dash without space") << u"-Punkt"_s << QStringList{u"-Punkt|plain"_s};
-        QTest::addRow("bare dash") << u"-"_s << QStringList{u"-|plain"_s};
-        QTest::addRow("space with combining mark") << u"- \u0301x"_s << QStringList{u"- \u0301x|plain"_s};
-        QTest::addRow("numbered as written")
-            << u"12.   Zwölf  "_s << QStringList{u"  12.  |markerdemibold"_s, u"Zwölf|plain"_s};
-        QTest::addRow("numbered inline")
-            << u"1. *i*"_s << QStringList{u"  1.  |markerdemibold"_s, u"i|italic"_s};
-        QTest::addRow("numbered empty rest") << u"7.\t"_s << QStringList{u"7.|plain"_s};
-        QTest::addRow("numbered carriage return")
-            << u"7.\r"_s << QStringList{u"  7.  |markerdemibold"_s, u"\r|plain"_s};
-        QTest::addRow("no space after point") << u"1.Eins"_s << QStringList{u"1.Eins|plain"_s};
-        QTest::addRow("arabic-indic digits")
-            << u"\u0661\u0662. x"_s << QStringList{u"  \u0661\u0662.  |markerdemibold"_s, u"x|plain"_s};
-        QTest::addRow("paragraph trimmed") << u"\t\u3000Text \u00a0"_s << QStringList{u"Text|plain"_s};
-        QTest::addRow("carriage return kept") << u"Text\r"_s << QStringList{u"Text\r|plain"_s};
-        QTest::addRow("fence goes through inline rules") << u"```"_s << QStringList{u" ` |code"_s};
-        QTest::addRow("empty") << QString() << QStringList{};
-        QTest::addRow("empty paragraph between")
-            << u"a\n\nb"_s << QStringList{u"a|plain"_s, u"\n|none"_s, u"\n|none"_s, u"b|plain"_s};
-        QTest::addRow("trailing line feed") << u"a\n"_s << QStringList{u"a|plain"_s, u"\n|none"_s};
-        QTest::addRow("crlf") << u"a\r\nb"_s << QStringList{u"a\r|plain"_s, u"\n|none"_s, u"b|plain"_s};
-        QTest::addRow("blank line") << u" \t "_s << QStringList{};
-        QTest::addRow("inline mixed")
-            << u"a **b** c `d` e"_s
-            << QStringList{u"a |plain"_s, u"b|bold"_s, u" c |plain"_s, u" d |code"_s, u" e|plain"_s};
-        QTest::addRow("bold italic") << u"***x***"_s << QStringList{u"x|bolditalic"_s};
-        QTest::addRow("no nesting") << u"**a *b* c**"_s << QStringList{u"a *b* c|bold"_s};
-        QTest::addRow("lazy") << u"*a* und *b*"_s
-                              << QStringList{u"a|italic"_s, u" und |plain"_s, u"b|italic"_s};
-        QTest::addRow("unclosed") << u"a **b"_s << QStringList{u"a **b|plain"_s};
-        QTest::addRow("underscores stay") << u"_a_ __b__"_s << QStringList{u"_a_ __b__|plain"_s};
-        QTest::addRow("empty code") << u"``"_s << QStringList{u"``|plain"_s};
-        QTest::addRow("dot stops at carriage return") << u"**a\rb**"_s << QStringList{u"**a\rb**|plain"_s};
-        QTest::addRow("dot stops at line separator") << u"*a\u2028b*"_s << QStringList{u"*a\u2028b*|plain"_s};
-        QTest::addRow("surrogate pairs")
-            << u"😀 **🇩🇪** x"_s << QStringList{u"😀 |plain"_s, u"🇩🇪|bold"_s, u" x|plain"_s};
+        const auto cases = CaseFiles::cases(u"markdownrenderer"_s);
+        QVERIFY(!cases.isEmpty());
+        for (const auto &[row, values] : cases)
+            QTest::newRow(row.constData())
+                << values.at(0).toString() << values.at(1).toVariant().toStringList();
     }
 
     void runs()
@@ -156,21 +107,6 @@ private slots:
         writer.render(&streamed, u"neu"_s, style());
         QCOMPARE(streamed.toPlainText(), u"neu"_s);
         QCOMPARE(streamed.blockCount(), 1);
-    }
-
-    void heightFollowsText()
-    {
-        QTextDocument document;
-        document.setDocumentMargin(0);
-        document.setTextWidth(200);
-        MarkdownDocumentWriter writer;
-        writer.render(&document, u"Hallo"_s, style());
-        const int one = MarkdownDocumentWriter::measuredHeight(&document);
-        QVERIFY(one >= document.size().height() && one - 1 < document.size().height());
-        writer.render(&document, u"Hallo\nWelt"_s, style());
-        QVERIFY(MarkdownDocumentWriter::measuredHeight(&document) > one);
-        writer.render(&document, QString(), style());
-        QVERIFY(MarkdownDocumentWriter::measuredHeight(&document) < one + 1);
     }
 };
 

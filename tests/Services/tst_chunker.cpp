@@ -1,5 +1,7 @@
 #include "TestMain.h"
 
+#include "CaseFiles.h"
+
 #include "ConsoleCapture.h"
 #include "Services/Chunker.h"
 
@@ -48,68 +50,23 @@ private slots:
         QCOMPARE(Chunker::simpleChunkText(text, 200, 30), chunks);
     }
 
-    void rows_data()
-    {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<QStringList>("chunks");
-        QTest::addColumn<QString>("schema");
-        QTest::addRow("named table")
-            << "[TABELLE: Kunden]\nName\tOrt\tUmsatz\nMeier\tBern\t-\nHuber\t\t1200\tX\n"
-            << QStringList{"[Kunden] Name: Meier; Ort: Bern",
-                           "[Kunden] Name: Huber; Umsatz: 1200; Spalte 4: X"}
-            << "Tabelle [Kunden] mit Spalten: Name, Ort, Umsatz";
-        QTest::addRow("comma separated is one cell")
-            << "Name,Ort\nMeier,Bern\r\nHuber,Chur"
-            << QStringList{"Name,Ort: Meier,Bern", "Name,Ort: Huber,Chur"}
-            << "Tabelle [] mit Spalten: Name,Ort";
-        QTest::addRow("leading tab is trimmed away") << "A\tB\n\tb\n"
-                                                     << QStringList{"A: b"} << "Tabelle [] mit Spalten: A, B";
-        QTest::addRow("dash markers and empty names")
-            << "--- Umsatz 2024 ---\nQ\tBetrag\n1\t-\n---\nX\n\u2028y\u2029\n"
-            << QStringList{"[Umsatz 2024] Q: 1", "X: y"}
-            << "Tabelle [Umsatz 2024] mit Spalten: Q, Betrag; Tabelle [] mit Spalten: X";
-        QTest::addRow("header without rows")
-            << "[TABELLE: Leer]\nA\tB\n\n[TABELLE: Voll]\nC\nc\n"
-            << QStringList{"[Voll] C: c"}
-            << "Tabelle [Leer] mit Spalten: A, B; Tabelle [Voll] mit Spalten: C";
-        QTest::addRow("blank") << " \t\n\r\n" << QStringList() << QString();
-    }
-    void rows()
-    {
-        QFETCH(QString, text);
-        QFETCH(QStringList, chunks);
-        QFETCH(QString, schema);
-        ConsoleCapture console;
-        const Chunker::RowChunks result = Chunker::rowLevelChunk(text);
-        QCOMPARE(result.chunks, chunks);
-        QCOMPARE(result.schema, schema);
-        // One line, unless there was no table at all.
-        QCOMPARE(console.text().section(u"] "_s, 1),
-                 schema.isEmpty()
-                     ? QString()
-                     : u"📦 rowLevelChunk: %1 chunks, schema: %2\n"_s.arg(chunks.size()).arg(schema));
-    }
-
-    // Tables by extension, everything else in paragraphs under the file's name without its last extension:
-    // a file name that starts or ends with its only dot has no extension.
+    // Cases in tests/data/chunker: a file name and its text, then its chunks, description and schema (none
+    // when the file is not a table). Tables go by extension and are chunked by row; everything else goes in
+    // paragraphs under the file's name without its last extension (a name that starts or ends with its only
+    // dot has no extension).
     void plan_data()
     {
         QTest::addColumn<QString>("name");
         QTest::addColumn<QString>("text");
         QTest::addColumn<QStringList>("chunks");
         QTest::addColumn<QString>("description");
-        QTest::addRow("paragraphs") << u"Bericht 2024.final.pdf"_s
-                                    << "  Das\t" + words(24) + "\n\nZweiter Absatz."
-                                    << QStringList{"[Bericht 2024.final] Das\t" + words(24) +
-                                                   "\nZweiter Absatz."}
-                                    << "1 Abschnitte. Beginn: Das " + words(19) + "...";
-        QTest::addRow("table") << u"Preise.CSV"_s << u"A\tB\n1\t2\n"_s << QStringList{u"A: 1; B: 2"_s}
-                               << u"Tabelle [] mit Spalten: A, B"_s;
-        QTest::addRow("hidden") << u".csv"_s << u"A\tB"_s << QStringList{u"[.csv] A\tB"_s}
-                                << u"1 Abschnitte. Beginn: A B..."_s;
-        QTest::addRow("trailing dot")
-            << u"notes."_s << u"x"_s << QStringList{u"[notes.] x"_s} << u"1 Abschnitte. Beginn: x..."_s;
-        QTest::addRow("nothing to embed") << u"leer.txt"_s << u"\n\n  \n\n"_s << QStringList() << QString();
+        QTest::addColumn<QString>("schema");
+        const auto cases = CaseFiles::cases(u"chunker"_s);
+        QVERIFY(!cases.isEmpty());
+        for (const auto &[row, values] : cases)
+            QTest::newRow(row.constData()) << values.at(0).toString() << values.at(1).toString()
+                                           << values.at(2).toVariant().toStringList()
+                                           << values.at(3).toString() << values.at(4).toString(u"none"_s);
     }
     void plan()
     {
@@ -117,11 +74,17 @@ private slots:
         QFETCH(QString, text);
         QFETCH(QStringList, chunks);
         QFETCH(QString, description);
+        QFETCH(QString, schema);
+        ConsoleCapture console;
         const Chunker::ChunkPlan plan = Chunker::plan(name, text);
         QCOMPARE(plan.chunks, chunks);
         QCOMPARE(plan.description, description);
-        QCOMPARE(plan.schema.value_or(u"none"_s),
-                 description.startsWith(u"Tabelle"_s) ? description : u"none"_s);
+        QCOMPARE(plan.schema.value_or(u"none"_s), schema);
+        // A table's one line, unless there was no table at all.
+        QCOMPARE(console.text().section(u"] "_s, 1),
+                 schema == u"none"_s || schema.isEmpty()
+                     ? QString()
+                     : u"📦 rowLevelChunk: %1 chunks, schema: %2\n"_s.arg(chunks.size()).arg(schema));
     }
 };
 

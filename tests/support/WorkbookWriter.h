@@ -1,11 +1,14 @@
 #pragma once
 
 #include <QByteArrayList>
+#include <QDir>
+#include <QDirIterator>
 #include <QFile>
 #include <QStringList>
 
 #include <zip.h>
 
+#include <algorithm>
 #include <utility>
 
 // Writes ZIP containers for the workbook tests and benchmarks: real deflated entries through libzip.
@@ -46,21 +49,29 @@ inline QByteArray sharedStringsXml(const QStringList &strings)
 }
 
 // Worksheets sheet1.xml, sheet2.xml, … holding these rows, stored last first so that a reader has to sort
-// them; a workbook part naming them and the shared strings when there are any.
-inline Entries workbook(const QByteArrayList &sheets, const QStringList &names = {},
-                        const QStringList &strings = {})
+// them, and the shared strings when there are any.
+inline Entries workbook(const QByteArrayList &sheets, const QStringList &strings = {})
 {
     Entries entries;
     for (qsizetype i = sheets.size(); i > 0; --i)
         entries.append({QStringLiteral("xl/worksheets/sheet%1.xml").arg(i), sheetXml(sheets.at(i - 1))});
-    QByteArray named;
-    for (const QString &name : names)
-        named += "<sheet name=\"" + name.toUtf8() + "\"/>";
-    if (!names.isEmpty())
-        entries.append(
-            {QStringLiteral("xl/workbook.xml"), "<workbook><sheets>" + named + "</sheets></workbook>"});
     if (!strings.isEmpty())
         entries.append({QStringLiteral("xl/sharedStrings.xml"), sharedStringsXml(strings)});
+    return entries;
+}
+
+// The files under a folder, an unpacked workbook, named by their paths inside it and stored in reverse order
+// of their names, so that a reader has to sort the sheets.
+inline Entries unpacked(const QString &folder)
+{
+    Entries entries;
+    QDirIterator files(folder, QDir::Files, QDirIterator::Subdirectories);
+    while (files.hasNext()) {
+        QFile file(files.next());
+        if (file.open(QIODevice::ReadOnly))
+            entries.append({QDir(folder).relativeFilePath(file.fileName()), file.readAll()});
+    }
+    std::sort(entries.rbegin(), entries.rend());
     return entries;
 }
 
