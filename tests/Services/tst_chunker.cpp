@@ -86,6 +86,23 @@ private slots:
                      ? QString()
                      : u"📦 rowLevelChunk: %1 chunks, schema: %2\n"_s.arg(chunks.size()).arg(schema));
     }
+
+    // Row chunks share their memory; changing one must leave its neighbours, and their ends, as they were.
+    void rowChunksAreIndependentStrings()
+    {
+        ConsoleCapture console;
+        QStringList chunks = Chunker::rowLevelChunk(u"a\tb\n1\t2\n3\t4\n5\t6\n7\t8"_s).chunks;
+        QCOMPARE(chunks.size(), 4);
+        const QStringList before = chunks;
+        chunks[0].append(u" und mehr"_s);
+        chunks[1].replace(u"3"_s, u"drei"_s);
+        chunks[3].resize(2);
+        QCOMPARE(chunks[0], before[0] + u" und mehr"_s);
+        QCOMPARE(chunks[1], QString(before[1]).replace(u"3"_s, u"drei"_s));
+        QCOMPARE(chunks[2], before[2]);
+        for (const QString &chunk : std::as_const(chunks))
+            QCOMPARE(chunk.utf16()[chunk.size()], u'\0');
+    }
 };
 
 QUILLMOOR_TEST_MAIN(TestChunker)

@@ -15,7 +15,7 @@ namespace CaseFiles {
 
 inline QString folder(const QString &suite)
 {
-    return TestEnvironment::fixture(QStringLiteral("../data/") + suite);
+    return TestEnvironment::data(suite);
 }
 
 inline QByteArray read(const QString &path)
