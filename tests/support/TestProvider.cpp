@@ -49,12 +49,38 @@ Response defaultChatAnswer(const QJsonObject &request, int delayMs)
     return r;
 }
 
+// A word is a run of letters and digits, found by hand: a regular expression allocates per word, and the
+// sanitizer builds embed thousands of chunks.
+QList<double> bagOfWordsVector(const QString &text, int dimensions = 64)
+{
+    QList<double> v(dimensions, 0.0);
+    const std::u32string codes = text.toLower().toStdU32String();
+    for (size_t start = 0, at = 0; at <= codes.size(); ++at) {
+        if (at < codes.size() && QChar::isLetterOrNumber(codes[at]))
+            continue;
+        if (at > start) {
+            const QByteArray hash = QCryptographicHash::hash(
+                QString::fromUcs4(codes.data() + start, qsizetype(at - start)).toUtf8(),
+                QCryptographicHash::Md5);
+            v[int(quint8(hash[0]) | (quint8(hash[1]) << 8)) % dimensions] += 1.0;
+        }
+        start = at + 1;
+    }
+    v[dimensions - 1] += 0.01; // never the zero vector
+    double norm = 0;
+    for (double x : v)
+        norm += x * x;
+    for (double &x : v)
+        x /= std::sqrt(norm);
+    return v;
+}
+
 Response defaultEmbeddings(const QJsonObject &request)
 {
     QJsonArray data;
     for (const QJsonValue &input : request["input"].toArray()) {
         QJsonArray vector;
-        for (double x : TestProvider::bagOfWordsVector(input.toString()))
+        for (double x : bagOfWordsVector(input.toString()))
             vector.append(x);
         data.append(QJsonObject{{"object", "embedding"}, {"index", int(data.size())}, {"embedding", vector}});
     }
@@ -84,7 +110,6 @@ Response Response::text(int status, const QByteArray &body, const QByteArray &co
     Response r;
     r.status = status;
     r.contentType = contentType;
-    r.announceLength = true;
     r.pieces.append({body, 0});
     return r;
 }
@@ -187,7 +212,8 @@ void TestProvider::respond(QTcpSocket *socket, const Request &request)
                       "\r\nContent-Type: " + response.contentType + "\r\n";
     for (const auto &[name, value] : response.headers)
         head += name + ": " + value + "\r\n";
-    if (response.announceLength || response.abortAfterPieces) {
+    // An event stream ends when the server closes; other bodies announce their length.
+    if (response.contentType != "text/event-stream" || response.abortAfterPieces) {
         qsizetype total = response.abortAfterPieces ? 1000 : 0; // promise more than will come
         for (const Piece &p : response.pieces)
             total += p.bytes.size();
@@ -218,42 +244,4 @@ void TestProvider::writePieces(QTcpSocket *socket, Response response, int index)
         return;
     }
     socket->disconnectFromHost();
-}
-
-QList<double> TestProvider::bagOfWordsVector(const QString &text, int dimensions)
-{
-    QList<double> v(dimensions, 0.0);
-    const auto count = [&](QStringView word) {
-        const QByteArray hash = QCryptographicHash::hash(word.toUtf8(), QCryptographicHash::Md5);
-        v[int(quint8(hash[0]) | (quint8(hash[1]) << 8)) % dimensions] += 1.0;
-    };
-    // A word is a run of letters and digits. Walked by hand: a regular expression allocates per word, and the
-    // sanitizer builds embed thousands of chunks.
-    const QString lower = text.toLower();
-    qsizetype start = -1;
-    for (qsizetype at = 0; at < lower.size();) {
-        char32_t c = lower.at(at).unicode();
-        qsizetype width = 1;
-        if (QChar::isHighSurrogate(c) && at + 1 < lower.size() && lower.at(at + 1).isLowSurrogate()) {
-            c = QChar::surrogateToUcs4(lower.at(at), lower.at(at + 1));
-            width = 2;
-        }
-        if (QChar::isLetterOrNumber(c)) {
-            if (start < 0)
-                start = at;
-        } else if (start >= 0) {
-            count(QStringView(lower).sliced(start, at - start));
-            start = -1;
-        }
-        at += width;
-    }
-    if (start >= 0)
-        count(QStringView(lower).sliced(start));
-    v[dimensions - 1] += 0.01; // never the zero vector
-    double norm = 0;
-    for (double x : v)
-        norm += x * x;
-    for (double &x : v)
-        x /= std::sqrt(norm);
-    return v;
 }

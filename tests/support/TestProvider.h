@@ -30,8 +30,7 @@ public:
         QByteArray contentType = "text/event-stream";
         QList<QPair<QByteArray, QByteArray>> headers;
         QList<Piece> pieces;
-        bool announceLength = false; // a Content-Length head; without it the body ends when the server closes
-        bool neverAnswer = false;    // read the request and say nothing at all
+        bool neverAnswer = false;      // read the request and say nothing at all
         bool stallAfterHeads = false;  // send the head and then nothing, keeping the connection open
         bool abortAfterPieces = false; // drop the connection after the pieces, short of an announced length
 
@@ -78,7 +77,6 @@ public:
     // words, so similar texts get similar vectors, and the model list names DefaultModels (any model name
     // is answered alike; an empty list set here answers 404, as servers without a list do).
     static inline const QStringList DefaultModels = {QStringLiteral("qwen3"), QStringLiteral("test-echo")};
-    static QList<double> bagOfWordsVector(const QString &text, int dimensions = 64);
     // Pause between the unscripted chat answer's pieces, and before the unscripted embeddings answer.
     void setDefaultDelayMs(int ms) { m_defaultDelayMs = ms; }
     void setModelList(const QStringList &ids) { m_modelList = ids; }
