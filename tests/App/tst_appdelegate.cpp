@@ -78,7 +78,6 @@ private slots:
         AppDelegate restarted;
         restarted.applicationDidFinishLaunching();
         QCOMPARE(restarted.contextManager().trackedFiles(), (QList<QUrl>{first, second}));
-        QVERIFY(console.contains(QStringLiteral("🚀 Loading knowledge file: notiz.txt")));
         QVERIFY(console.text().contains(QStringLiteral("🚀 App startup: Found 2 knowledge URLs")));
         QCoro::waitFor(restarted.contextManager().waitUntilIdle());
         QCOMPARE(restarted.contextManager().fileTexts().value(second), QStringLiteral("Notiz"));
@@ -185,7 +184,6 @@ private slots:
         QCOMPARE(rowNames(*screen), QStringList({"eins.txt", "zwei.txt"}));
         const QModelIndex row = screen->knowledgeRows()->index(1);
         QCOMPARE(row.data(KnowledgeRowsModel::NameRole).toString(), QStringLiteral("zwei.txt"));
-        QCOMPARE(row.data(KnowledgeRowsModel::UrlRole).toUrl().fileName(), QStringLiteral("zwei.txt"));
         QCOMPARE(row.data(KnowledgeRowsModel::BookmarkIndexRole).toInt(), 2);
 
         screen->removeKnowledgeRow(0);
