@@ -192,6 +192,8 @@ private slots:
             << 1024 * 1024 << QStringList{QStringLiteral("a\uFFFD\uFFFDb"), QString::fromLatin1(huge), "ok"};
         QTest::addRow("307, then the answer")
             << 307 << 200 << sseLine("Hal") + sseLine("lo") << 4096 << QStringList{"Hal", "lo"};
+        QTest::addRow("308, then the answer")
+            << 308 << 200 << sseLine("Hal") + sseLine("lo") << 4096 << QStringList{"Hal", "lo"};
         QTest::addRow("307, then an error")
             << 307 << 429 << QByteArray("slow down") << 4096 << QStringList{"slow down"};
     }
