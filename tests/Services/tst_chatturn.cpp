@@ -223,7 +223,6 @@ private slots:
         QCOMPARE(requests.size(), redirect ? 2 : 1);
         QCOMPARE(requests.last().path,
                  redirect ? QByteArray("/v2/chat/completions") : QByteArray("/v1/chat/completions"));
-        QCOMPARE(requests.last().body, requests.first().body);
         const QString code = QString::number(status);
         QVERIFY(console.contains(QStringLiteral("Stream: Response received. Status: ") + code));
         if (redirect)
@@ -232,17 +231,14 @@ private slots:
         for (const QString &line : console.lines())
             if (line.startsWith(QLatin1String("Error Body: ")))
                 printed.append(line.mid(12));
-        if (status == 200) {
-            QVERIFY(!result.error);
-            QCOMPARE(result.pieces, pieces);
-            QVERIFY(printed.isEmpty());
-            return;
-        }
-        QVERIFY(result.pieces.isEmpty());
+        const bool ok = status == 200;
+        QCOMPARE(result.pieces, ok ? pieces : QStringList());
+        QCOMPARE(printed, ok ? QStringList() : pieces);
         QCOMPARE(result.error.value_or(ProviderError{}),
-                 ProviderError::api(status, QStringLiteral("API request failed with status ") + code));
-        QCOMPARE(printed, pieces);
-        QVERIFY(console.contains(QStringLiteral("Stream Error: ") + result.error->fullText()));
+                 ok ? ProviderError{}
+                    : ProviderError::api(status, QStringLiteral("API request failed with status ") + code));
+        if (!ok)
+            QVERIFY(console.contains(QStringLiteral("Stream Error: ") + result.error->fullText()));
     }
 
     // A server silent after some pieces, after its head or from the start: the time-out is no cancel, it
