@@ -7,6 +7,8 @@
 
 #include <cstdio>
 
+#include <unistd.h>
+
 // Collects the console lines written while it lives, so tests can check the system's own output.
 class ConsoleCapture {
 public:
@@ -26,12 +28,10 @@ public:
     QString text() const
     {
         std::fflush(m_file);
-        const long size = std::ftell(m_file);
-        QByteArray bytes(size, '\0');
-        std::rewind(m_file);
-        const size_t read = std::fread(bytes.data(), 1, size_t(size), m_file);
-        std::fseek(m_file, 0, SEEK_END);
-        return QString::fromUtf8(bytes.left(qsizetype(read)));
+        QByteArray bytes(std::ftell(m_file), '\0');
+        // Read beside the stream, whose position stays where the next line goes.
+        bytes.truncate(qMax(ssize_t(0), ::pread(fileno(m_file), bytes.data(), size_t(bytes.size()), 0)));
+        return QString::fromUtf8(bytes);
     }
     QStringList lines() const { return text().split(QLatin1Char('\n'), Qt::SkipEmptyParts); }
     bool contains(const QString &line) const { return lines().contains(line); }

@@ -139,8 +139,9 @@ TestProvider::TestProvider(QObject *parent)
 QList<TestProvider::Request> TestProvider::requests(const QByteArray &pathSuffix) const
 {
     QList<Request> result;
-    std::copy_if(m_requests.cbegin(), m_requests.cend(), std::back_inserter(result),
-                 [&](const Request &r) { return r.path.endsWith(pathSuffix); });
+    for (const Request &request : m_requests)
+        if (request.path.endsWith(pathSuffix))
+            result.append(request);
     return result;
 }
 
