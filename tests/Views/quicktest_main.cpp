@@ -44,12 +44,13 @@ public:
         return QUrl::fromLocalFile(TestEnvironment::writePicture(name, {64, 48}, QColor(40, 120, 200)));
     }
 
-    // Back to an idle, empty screen between tests.
+    // Back to an idle, empty screen with the default model between tests.
     Q_INVOKABLE void reset()
     {
         ChatSession &session = *m_app->session;
         session.cancelStreaming();
         m_app->provider.clearScript();
+        m_app->settings.setSelectedModel(AppSettings::DefaultModel);
         session.clearMessages();
         session.setInputText(QString());
         while (session.pendingAttachments()->size() > 0)

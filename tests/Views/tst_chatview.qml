@@ -217,7 +217,6 @@ Item {
         // rounded corners and edges. The pictures keep coming from Qt's image-loader thread while the answer
         // streams and the list changes.
         function test_tilesAndFills() {
-            const model = Fixture.settings.selectedModel;
             Fixture.settings.selectedModel = "qwen3";
             // The document is added at once, the pictures after their loading.
             session.addAttachment(Fixture.document("ein-sehr-langer-dateiname-fuer-den-quartalsbericht.txt"));
@@ -260,13 +259,10 @@ Item {
             ask("Was siehst du?", ["Zwei ", "Bilder ", "in ", "Blau"], 50);
             const sent = findChild(bubble(0), "attachmentTiles");
             tryCompare(sent.children, "length", 8); // seven tiles and their repeater
-            for (let i = 1; i < 3; ++i) {
-                const picture = findChild(sent.children[i], "picture");
-                tryVerify(() => loaded(picture));
-            }
+            for (const i of [1, 2])
+                tryVerify(() => loaded(findChild(sent.children[i], "picture")));
             tryCompare(session, "isLoading", false, 5000);
             tryCompare(bubble(1), "text", "Zwei Bilder in Blau");
-            Fixture.settings.selectedModel = model;
         }
 
         function test_helpOpensAfterTheUsualDelay() {

@@ -27,8 +27,8 @@ Item {
         property var settings: Fixture.settings
 
         function init() {
+            Fixture.reset();
             settings.accentColorIndex = 0;
-            settings.selectedModel = settings.availableModels[0];
             settings.masterPrompt = "";
         }
 
@@ -39,7 +39,6 @@ Item {
         // Every setting is reached with Tab and changed from the keyboard; the symbol-only controls have
         // German names for screen readers.
         function test_keyboardOperatesEverySetting() {
-            Fixture.reset();
             Fixture.scriptAnswer(["Antwort"], 0);
             Fixture.session.inputText = "Frage";
             Fixture.session.sendMessage();
