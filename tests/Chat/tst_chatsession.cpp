@@ -94,49 +94,44 @@ private slots:
         QCOMPARE(extracted() - before, 3);
     }
 
-    // A broken transfer keeps what came and notes the error in the answer. (An HTTP error's note is the
-    // command-line test's, through this same session.)
-    void errorIsNotedInTheAnswer()
+    // A turn that ends early keeps what came, and its answer stays in the conversation and its history: a
+    // broken transfer fails the turn and notes the error in the answer (an HTTP error's note is the
+    // command-line test's, through this same session); a stop is no failure, while the answer streams (the
+    // request is aborted) or before the turn began, and leaves the answer empty.
+    void turnEndsEarly_data()
     {
+        QTest::addColumn<int>(
+            "stop"); // 0: never, the transfer breaks; 1: while streaming; 2: before the turn
+        QTest::addRow("the transfer breaks") << 0;
+        QTest::addRow("stopped while the answer streams") << 1;
+        QTest::addRow("stopped before the turn begins") << 2;
+    }
+    void turnEndsEarly()
+    {
+        QFETCH(int, stop);
         SessionFixture f;
-        Response cut = Response::sse({QStringLiteral("Teil")}, false);
-        cut.abortAfterPieces = true;
-        f.provider.enqueueChat(cut);
+        Response answer = Response::sse({QStringLiteral("Teil")}, false, stop ? 3000 : 0);
+        answer.abortAfterPieces = !stop;
+        f.provider.enqueueChat(answer);
         ConsoleCapture console;
         QSignalSpy finished(f.session.get(), &ChatSession::turnFinished);
         f.send(QStringLiteral("Frage"));
-        QVERIFY(finished.wait(10000));
-        QVERIFY(finished.first().at(0).toBool());
-        const QString description = finished.first().at(1).toString();
-        QVERIFY(!description.isEmpty());
-        QCOMPARE(f.messages().last().text(),
-                 QStringLiteral("Teil\n[Fehler: ") + description + QLatin1Char(']'));
-        QVERIFY(console.contains(QStringLiteral("Error sending message: ") + description));
-    }
-
-    // A stopped turn is no failure, and its answer, empty as it is, stays in the conversation and its
-    // history: stopped while the answer streams (the request is aborted) or before the turn began.
-    void cancelKeepsWhatArrived_data()
-    {
-        QTest::addColumn<bool>("streaming");
-        QTest::addRow("while the answer streams") << true;
-        QTest::addRow("before the turn begins") << false;
-    }
-    void cancelKeepsWhatArrived()
-    {
-        QFETCH(bool, streaming);
-        SessionFixture f;
-        f.provider.enqueueChat(Response::sse({QStringLiteral("x")}, true, 3000));
-        QSignalSpy finished(f.session.get(), &ChatSession::turnFinished);
-        f.send(QStringLiteral("Frage"));
-        if (streaming)
+        if (stop == 1)
             QTRY_COMPARE(f.provider.requests().size(), 1);
-        f.session->cancelStreaming();
-        QVERIFY(!f.session->isLoading());
-        QVERIFY(finished.wait(5000));
-        QVERIFY(!finished.first().at(0).toBool());
+        if (stop) {
+            f.session->cancelStreaming();
+            QVERIFY(!f.session->isLoading());
+        }
+        QVERIFY(finished.wait(10000));
+        QCOMPARE(finished.first().at(0).toBool(), !stop);
+        const QString description = finished.first().at(1).toString();
+        const QString kept = stop ? QString() : QStringLiteral("Teil\n[Fehler: ") + description + u']';
+        QCOMPARE(f.messages().last().text(), kept);
+        if (!stop)
+            QVERIFY(!description.isEmpty() &&
+                    console.contains(QStringLiteral("Error sending message: ") + description));
         QTRY_COMPARE(f.provider.openConnections(), 0);
-        QCOMPARE(f.provider.requests().size(), streaming ? 1 : 0);
+        QCOMPARE(f.provider.requests().size(), stop == 2 ? 0 : 1);
 
         f.provider.clearScript();
         f.provider.enqueueChat(Response::sse({QStringLiteral("ok")}));
@@ -144,7 +139,7 @@ private slots:
         QVERIFY(f.waitForTurn());
         const QJsonArray messages = f.provider.requests().last().json()[QStringLiteral("messages")].toArray();
         QCOMPARE(messages.size(), 4);
-        QCOMPARE(messages[2].toObject(), (QJsonObject{{"role", "assistant"}, {"content", ""}}));
+        QCOMPARE(messages[2].toObject(), (QJsonObject{{"role", "assistant"}, {"content", kept}}));
     }
 
     // Pictures to a model that cannot see are refused after a moment, and nothing is sent; they go to a model
