@@ -81,7 +81,6 @@ private slots:
         for (const Message &message : session.messages()->list())
             for (const Attachment &attachment : message.attachments())
                 shown.append(idOf(attachment));
-        QCOMPARE(shown.size(), 1 + 3);
         for (const QString &id : std::as_const(ids) + shown) {
             QSize size;
             const QImage image = images.requestImage(id, &size, QSize());
