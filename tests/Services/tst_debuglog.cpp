@@ -56,8 +56,7 @@ private slots:
         QCOMPARE(console.text(), entry);
         const QRegularExpression shape(QStringLiteral("^\\[") + time + QStringLiteral("\\] (.*)\\n$"),
                                        QRegularExpression::DotMatchesEverythingOption);
-        QVERIFY(shape.match(entry).hasMatch());
-        QCOMPARE(shape.match(entry).captured(1), message);
+        QCOMPARE(shape.match(entry).captured(1), message); // its shape is checked on the re-created log below
         QVERIFY(QFile::remove(DebugLog::filePath()));
         DebugLog::log(message);
         QLocale::setDefault(QLocale::c());
