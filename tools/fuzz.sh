@@ -40,6 +40,7 @@ seed() {
     fuzz_sse_lines) cp tests/fixtures/sse/* "$dir/" ;;
     fuzz_embeddings) cp tests/fixtures/embeddings/* "$dir/" ;;
     fuzz_xlsx) cp tests/fixtures/xlsx/* "$dir/" ;;
+    fuzz_pdf) cp tests/fixtures/pdf/*.pdf "$dir/" ;;
     fuzz_markdown) cp tests/fixtures/SOURCES.md fuzz/seeds/markdown/* "$dir/" ;;
     fuzz_chunker) cp tests/fixtures/SOURCES.md tests/fixtures/sse/* fuzz/seeds/chunker/* "$dir/" ;;
     fuzz_text) cp tests/fixtures/SOURCES.md tests/fixtures/sse/* tests/fixtures/embeddings/* "$dir/" ;;
@@ -57,9 +58,9 @@ for target in "${targets[@]}"; do
   mkdir -p "$corpus"
   echo "== $target: ${seconds}s"
   # shellcheck disable=SC2086 # the options are meant to split
-  # Workbooks are zip files of some size; every other input is a line, a body or a text.
+  # Workbooks and PDF documents are files of some size; every other input is a line, a body or a text.
   max_len=4096
-  [ "$target" = fuzz_xlsx ] && max_len=65536
+  case "$target" in fuzz_xlsx) max_len=65536 ;; fuzz_pdf) max_len=131072 ;; esac
   "$BUILD_DIR/fuzz/$target" "$corpus" "$BUILD_DIR/seeds/$target" -max_total_time="$seconds" -timeout=10 \
     -max_len="$max_len" \
     -rss_limit_mb=4096 -print_final_stats=1 -artifact_prefix="$BUILD_DIR/findings/$target-" \

@@ -128,12 +128,16 @@ Item {
                     visible: screen.showsThinkingIndicator
                     leftPadding: 12
                     spacing: 6
-                    BusyIndicator {
-                        running: parent.visible
-                        implicitWidth: 20
-                        implicitHeight: 20
-                        scale: 0.8
-                        palette.dark: "white"
+                    // Made while the model thinks only: the window's first frame does not wait for it.
+                    Loader {
+                        active: parent.visible
+                        sourceComponent: BusyIndicator {
+                            running: true
+                            implicitWidth: 20
+                            implicitHeight: 20
+                            scale: 0.8
+                            palette.dark: "white"
+                        }
                     }
                     Text {
                         anchors.verticalCenter: parent.verticalCenter
@@ -329,47 +333,54 @@ Item {
         anchors.fill: parent
         visible: root.session.isDragging
 
-        Rectangle {
+        // Built while a drag is over the window only: the window's first frame does not wait for it.
+        Loader {
             anchors.fill: parent
-            radius: 16
-            color: Qt.rgba(0, 0, 0, 0.4)
-        }
+            active: dropZone.visible
+            sourceComponent: Item {
+                Rectangle {
+                    anchors.fill: parent
+                    radius: 16
+                    color: Qt.rgba(0, 0, 0, 0.4)
+                }
 
-        Canvas {
-            anchors.fill: parent
-            anchors.margins: 20
-            property color stroke: root.accent
-            onStrokeChanged: requestPaint()
-            onWidthChanged: requestPaint()
-            onHeightChanged: requestPaint()
-            onPaint: {
-                const ctx = getContext("2d");
-                ctx.reset();
-                ctx.strokeStyle = stroke;
-                ctx.lineWidth = 4;
-                ctx.setLineDash([10 / 4, 10 / 4]);
-                ctx.beginPath();
-                ctx.roundedRect(2, 2, width - 4, height - 4, 18, 18);
-                ctx.stroke();
-            }
-        }
+                Canvas {
+                    anchors.fill: parent
+                    anchors.margins: 20
+                    property color stroke: root.accent
+                    onStrokeChanged: requestPaint()
+                    onWidthChanged: requestPaint()
+                    onHeightChanged: requestPaint()
+                    onPaint: {
+                        const ctx = getContext("2d");
+                        ctx.reset();
+                        ctx.strokeStyle = stroke;
+                        ctx.lineWidth = 4;
+                        ctx.setLineDash([10 / 4, 10 / 4]);
+                        ctx.beginPath();
+                        ctx.roundedRect(2, 2, width - 4, height - 4, 18, 18);
+                        ctx.stroke();
+                    }
+                }
 
-        Column {
-            anchors.centerIn: parent
-            spacing: 8
-            Image {
-                anchors.horizontalCenter: parent.horizontalCenter
-                source: "image://icon/arrow.down.doc.fill/white"
-                sourceSize.width: 100
-                sourceSize.height: 120
-                width: 50
-                height: 60
-            }
-            Text {
-                text: "Dateien hier ablegen"
-                color: "white"
-                font.pixelSize: 17
-                font.bold: true
+                Column {
+                    anchors.centerIn: parent
+                    spacing: 8
+                    Image {
+                        anchors.horizontalCenter: parent.horizontalCenter
+                        source: "image://icon/arrow.down.doc.fill/white"
+                        sourceSize.width: 100
+                        sourceSize.height: 120
+                        width: 50
+                        height: 60
+                    }
+                    Text {
+                        text: "Dateien hier ablegen"
+                        color: "white"
+                        font.pixelSize: 17
+                        font.bold: true
+                    }
+                }
             }
         }
     }

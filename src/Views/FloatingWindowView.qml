@@ -25,9 +25,16 @@ GlassFrame {
         onMinimizeRequested: root.minimizeRequested()
     }
 
+    // Made on first use: the window's first frame does not wait for a menu nobody opened yet.
+    property Menu appMenu: null
+
     TapHandler {
         acceptedButtons: Qt.RightButton
-        onTapped: (point) => appMenu.popup(point.position.x, point.position.y)
+        onTapped: (point) => {
+            if (!root.appMenu)
+                root.appMenu = appMenuComponent.createObject(root, {parent: root});
+            root.appMenu.popup(point.position.x, point.position.y);
+        }
     }
 
     Shortcut {
@@ -36,16 +43,18 @@ GlassFrame {
         onActivated: root.settingsRequested()
     }
 
-    Menu {
-        id: appMenu
-        objectName: "appMenu"
-        MenuItem {
-            text: "Einstellungen..."
-            onTriggered: root.settingsRequested()
-        }
-        MenuItem {
-            text: "Über Quillmoor"
-            onTriggered: root.aboutRequested()
+    Component {
+        id: appMenuComponent
+        Menu {
+            objectName: "appMenu"
+            MenuItem {
+                text: "Einstellungen..."
+                onTriggered: root.settingsRequested()
+            }
+            MenuItem {
+                text: "Über Quillmoor"
+                onTriggered: root.aboutRequested()
+            }
         }
     }
 }

@@ -12,9 +12,12 @@ Item {
         color: Qt.rgba(0.11, 0.12, 0.15, 0.82)
     }
 
+    // Painted on a thread of its own: the window's first frame does not wait for a full-size gradient to be
+    // rastered, and the faint light joins it a frame later.
     Canvas {
         id: sheen
         anchors.fill: parent
+        renderStrategy: Canvas.Threaded
         onWidthChanged: requestPaint()
         onHeightChanged: requestPaint()
         onPaint: {

@@ -69,7 +69,14 @@ Item {
             ToolTip.text: "Menu"
             Keys.onReturnPressed: menuButton.clicked()
             Keys.onEnterPressed: menuButton.clicked()
-            onClicked: menu.popup(menuButton, menuButton.width - menu.width, menuButton.height + 4)
+            onClicked: {
+                // Made on first use: the window's first frame does not wait for a menu nobody opened yet.
+                if (!menu)
+                    menu = menuComponent.createObject(menuButton, {parent: menuButton});
+                menu.popup(menuButton, menuButton.width - menu.width, menuButton.height + 4);
+            }
+
+            property Menu menu: null
 
             contentItem: Item {
                 Column {
@@ -92,23 +99,25 @@ Item {
                 shown: menuButton.visualFocus
             }
 
-            Menu {
-                id: menu
-                objectName: "mainMenu"
-                // Opened from the keyboard, it is walked with the arrow keys.
-                focus: true
-                MenuItem {
-                    text: "Einstellungen"
-                    onTriggered: AppActions.openSettings()
-                }
-                MenuItem {
-                    text: "Canvas"
-                    enabled: false
-                }
-                MenuSeparator {}
-                MenuItem {
-                    text: "Beenden"
-                    onTriggered: AppActions.quit()
+            Component {
+                id: menuComponent
+                Menu {
+                    objectName: "mainMenu"
+                    // Opened from the keyboard, it is walked with the arrow keys.
+                    focus: true
+                    MenuItem {
+                        text: "Einstellungen"
+                        onTriggered: AppActions.openSettings()
+                    }
+                    MenuItem {
+                        text: "Canvas"
+                        enabled: false
+                    }
+                    MenuSeparator {}
+                    MenuItem {
+                        text: "Beenden"
+                        onTriggered: AppActions.quit()
+                    }
                 }
             }
         }

@@ -20,8 +20,14 @@ AbstractButton {
     Keys.onReturnPressed: button.clicked()
     Keys.onEnterPressed: button.clicked()
 
+    // A button that starts hidden (the stop button) draws its symbol when it is first shown, not at launch.
+    property bool symbolShown: false
+    onVisibleChanged: if (visible) symbolShown = true
+    Component.onCompleted: if (visible) symbolShown = true
+
     contentItem: Image {
-        source: "image://icon/" + button.symbol + "/" + encodeURIComponent(button.tint.toString())
+        source: button.symbolShown
+                ? "image://icon/" + button.symbol + "/" + encodeURIComponent(button.tint.toString()) : ""
         sourceSize.width: Math.ceil(button.symbolWidth * 2)
         sourceSize.height: Math.ceil(button.symbolHeight * 2)
         fillMode: Image.PreserveAspectFit

@@ -225,6 +225,21 @@ private slots:
         QFile log(DebugLog::filePath());
         QCOMPARE(log.open(QIODevice::ReadOnly) ? log.read(1) : QByteArray(), err.startsWith(u']') ? "[" : "");
     }
+
+    // Without its PDF engine module a program still runs: a PDF gives nothing, the user is told why in German
+    // and the log names the file it cost.
+    void pdfEngineMissing()
+    {
+        const Run run = runCli({"extract", TestEnvironment::fixture("pdf/multipage_pdflatex_4pages.pdf")},
+                               nullptr, {"QUILLMOOR_PDF_ENGINE=/nonexistent/libquillmoor-pdf.so"});
+        QCOMPARE(run.exitCode, 1);
+        QCOMPARE(run.out, QByteArray());
+        QVERIFY2(run.err.contains(u"PDF-Dateien können nicht gelesen werden"), qPrintable(run.err));
+        QVERIFY2(
+            run.err.contains(u"] ❌ PDFKit: PDF engine not available for multipage_pdflatex_4pages.pdf: no "
+                             u"libquillmoor-pdf.so in /nonexistent/libquillmoor-pdf.so\n"),
+            qPrintable(run.err));
+    }
 };
 
 QUILLMOOR_TEST_MAIN(TestCli)

@@ -4,7 +4,6 @@
 #include "Markdown/MarkdownDocumentWriter.h"
 #include "Markdown/MarkdownRenderer.h"
 
-#include <QTextBlock>
 #include <QTextDocument>
 
 using namespace Qt::StringLiterals;
@@ -61,25 +60,6 @@ private slots:
         for (const TextRun &run : parseMarkdown(source, style().font, Ink, Accent, style().paragraphStyle))
             described.append(run.text + u'|' + kind(run));
         QCOMPARE(described, runs);
-    }
-
-    // Each block's top margin, left margin, first-line indent and line spacing, as the chat bubble shows
-    // them.
-    void blockFormats()
-    {
-        QTextDocument document;
-        MarkdownDocumentWriter().render(&document, u"# Erst\nAbsatz\n- Punkt\n3. Text\n***\n\n# Titel"_s,
-                                        style());
-        QStringList blocks;
-        for (QTextBlock block = document.begin(); block.isValid(); block = block.next()) {
-            const QTextBlockFormat f = block.blockFormat();
-            blocks.append(u"%1 %2 %3 %4"_s.arg(f.topMargin())
-                              .arg(f.leftMargin())
-                              .arg(f.textIndent())
-                              .arg(f.lineHeight()));
-        }
-        QCOMPARE(blocks, (QStringList{u"0 0 0 4"_s, u"4 0 0 4"_s, u"8 16 -16 4"_s, u"8 20 -20 4"_s,
-                                      u"16 0 0 4"_s, u"8 0 0 0"_s, u"12 0 0 4"_s}));
     }
 
     void incrementalEqualsFull_data()

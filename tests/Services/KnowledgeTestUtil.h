@@ -13,7 +13,6 @@
 
 #include <qcoro/qcorotask.h>
 
-// Small helpers shared by the knowledge base's tests.
 namespace KnowledgeTest {
 
 // The loopback provider and a client for it; test objects inherit it after QObject.
@@ -39,13 +38,11 @@ inline int countLog(const QString &message)
     return int(logMessages().count(message));
 }
 
-// A file in the test's home, named relative to it, as a URL.
 inline QUrl writeFile(const QString &name, const QByteArray &content)
 {
     return QUrl::fromLocalFile(TestEnvironment::writeFile(name, content));
 }
 
-// A knowledge file, tracked and processed.
 inline QUrl track(ContextManager &manager, const QString &name, const QByteArray &content)
 {
     const QUrl url = writeFile(name, content);

@@ -31,11 +31,8 @@ private slots:
         QTest::addRow("last paragraph carried over")
             << a + "\n\n" + b + "\n\n" + c << QStringList{a, a + "\n" + b, b + "\n" + c};
         QTest::addRow("exactly the chunk size stays together") << b + "\n\n" + b << QStringList{b + "\n" + b};
-        QTest::addRow("no blank line, one chunk") << words(900) << QStringList{words(900)};
         QTest::addRow("CR LF has no blank line") << a + "\r\n\r\n" + b << QStringList{a + "\r\n\r\n" + b};
         QTest::addRow("only blanks") << QStringLiteral(" \n\n\t\n\n\u00a0\n") << QStringList{};
-        QTest::addRow("trimmed and joined by one break")
-            << QStringLiteral("  eins  \n\n\n\n zwei\n\n") << QStringList{"eins\nzwei"};
         QTest::addRow("Unicode spaces split words")
             << a + "\n\n" + words(60).replace(' ', QChar(0x3000))
             << QStringList{a, a + "\n" + words(60).replace(' ', QChar(0x3000))};
@@ -51,9 +48,7 @@ private slots:
     }
 
     // Cases in tests/data/chunker: a file name and its text, then its chunks, description and schema (none
-    // when the file is not a table). Tables go by extension and are chunked by row; everything else goes in
-    // paragraphs under the file's name without its last extension (a name that starts or ends with its only
-    // dot has no extension).
+    // when the file is not a table).
     void plan_data()
     {
         QTest::addColumn<QString>("name");

@@ -1,4 +1,4 @@
-#include "ConsoleCapture.h"
+#include "CaseFiles.h"
 #include "ProviderClient.h"
 #include "TestMain.h"
 
@@ -13,48 +13,33 @@ EmbeddingsResult embed(const InfomaniakAPI &client, const QStringList &texts = {
     return QCoro::waitFor(client.createEmbeddings(texts, QStringLiteral("m"), QStringLiteral("index")));
 }
 
-QByteArray read(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
 } // namespace
 
 class TestEmbeddings : public QObject {
     Q_OBJECT
 private slots:
-    // The request as the provider reads it and the console's lines around it. No texts are sent all the
-    // same, and an empty answer is a success.
+    // The request as the provider reads it (its key is the chat's, set up in one place). No texts are sent
+    // all the same, and an empty answer is a success.
     void request()
     {
         TestProvider provider;
         QVERIFY(provider.listen());
-        ConsoleCapture console;
         const auto client = clientFor(provider);
         QVERIFY(embed(*client, {QStringLiteral("Rechnung Mai"), QStringLiteral("Äpfel/Birnen")}).ok());
         provider.enqueueEmbeddings(TestProvider::Response::json(200, R"({"data":[]})"));
         QVERIFY(embed(*client, {}).ok());
         const TestProvider::Request request = provider.requests().first();
-        QCOMPARE(request.method, QByteArray("POST"));
         QCOMPARE(request.path, provider.baseUrl().path().toUtf8() + "/embeddings");
-        QCOMPARE(request.headers.value("authorization"), QByteArray("Bearer test-key"));
         QCOMPARE(request.headers.value("content-type"), QByteArray("application/json"));
         QCOMPARE(request.json(), (QJsonObject{{"model", "m"},
                                               {"mode", "index"},
                                               {"input", QJsonArray{"Rechnung Mai", "Äpfel/Birnen"}}}));
         QCOMPARE(provider.requests().last().json().value("input").toArray(), QJsonArray());
-        QCOMPARE(console.lines(), QStringList({"🔢 Embedding 2 texts with model=m mode=index",
-                                               "✅ Embedding success: 2 vectors returned",
-                                               "🔢 Embedding 0 texts with model=m mode=index",
-                                               "✅ Embedding success: 0 vectors returned"}));
     }
 
-    // Every answer through the real call, each case a body under tests/data/embeddings named after its
-    // status, beside what follows from it: the console's last line and the result (its vectors' shape and
-    // first number, or its error). Any status but 200 is the provider's error with the body, whatever class
-    // of failure Qt sorts the status into. No server (status 0) and silence (-1) are the transport's errors,
-    // the time-out one of its own.
+    // Each body in tests/data/embeddings, named after its status, with the console's last line and the result
+    // (vectors' shape and first number, or the error). Any status but 200 is the provider's error with the
+    // body; no server (0) and silence (-1) are the transport's, the time-out one of its own.
     void answers_data()
     {
         QTest::addColumn<int>("status");
@@ -64,8 +49,9 @@ private slots:
         for (const QFileInfo &body : cases.entryInfoList({QStringLiteral("*.body")})) {
             const QString name = body.completeBaseName();
             QTest::addRow("%s", qPrintable(name))
-                << name.section(QLatin1Char('-'), 0, 0).toInt() << read(body.filePath())
-                << QString::fromUtf8(read(cases.filePath(name + QStringLiteral(".expected")))).trimmed();
+                << name.section(QLatin1Char('-'), 0, 0).toInt() << CaseFiles::read(body.filePath())
+                << QString::fromUtf8(CaseFiles::read(cases.filePath(name + QStringLiteral(".expected"))))
+                       .trimmed();
         }
         const QString asked = QStringLiteral("🔢 Embedding 1 texts with model=m mode=index\n");
         QTest::addRow("no server") << 0 << QByteArray()

@@ -39,11 +39,6 @@ void replaceByRename(const QUrl &url, const QByteArray &content, bool atomic = f
              0);
 }
 
-int events(int kind, const QString &name)
-{
-    return countLog(QStringLiteral("🔔 File event [FileSystemEvent(rawValue: %1)] for ").arg(kind) + name);
-}
-
 const QString Model = QStringLiteral("bge_multilingual_gemma2");
 
 // Values that survive only an exact round trip: thirds and a tiny exponent.
@@ -94,14 +89,11 @@ private slots:
     }
 
     // Files are known by their path, however the URL spelt it: tracked, watched and processed once, and
-    // removed with all they brought. A table shows its description, a file without chunks is ready. Two calls
-    // in one turn both start a run, since the mark lands on the next turn; a running file shows as such even
-    // with an older description, and a later run replaces the earlier one's chunks. (A file asked for again
-    // during its run is the case of changes below.)
+    // removed with all they brought. Two calls in one turn both start a run, since the mark lands on the next
+    // turn; a running file shows as such even with an older description.
     void trackedByPath()
     {
         ContextManager manager(api);
-        QCOMPARE(ContextManager::shared(), &manager);
         QSignalSpy tracked(&manager, &ContextManager::trackedFilesChanged);
         const QUrl url = writeFile(QStringLiteral("a.csv"), csv(3));
         const QUrl spelt(QStringLiteral("file://localhost") + url.path());
@@ -119,9 +111,7 @@ private slots:
             QStringLiteral("Verfügbare Wissensdateien:\n- a.csv (Tabelle [] mit Spalten: Artikel, Preis)\n"
                            "- notizen.txt (1 Abschnitte. Beginn: Erster Absatz. Zweiter Absatz....)\n"
                            "- leer.txt [bereit]\n"));
-        QCOMPARE(manager.snapshot()->overview, manager.getKnowledgeOverview());
         QCOMPARE(countLog(QStringLiteral("⚠️ No chunks created from leer.txt")), 1);
-        QVERIFY(manager.fileTexts().contains(blank));
         QCOMPARE(provider.requests("/embeddings").size(), 2);
 
         manager.processFile(other);
@@ -137,31 +127,22 @@ private slots:
         QCoro::waitFor(manager.waitUntilIdle());
         QCOMPARE(countLog(QStringLiteral("🔄 processFile starting: notizen.txt")), 3);
         QCOMPARE(countLog(QStringLiteral("🔄 processFile starting: a.csv")), 2);
-        QVERIFY(manager.processingFiles().isEmpty());
         QCOMPARE(manager.globalChunks().size(), 4);
 
-        const int watches = inotifyWatches();
         manager.removeFile(spelt);
         QCOMPARE(manager.trackedFiles(), QList<QUrl>({other, blank}));
         QCOMPARE(manager.globalChunks().size(), 1);
         QCOMPARE(manager.monitorCount(), 2);
-        QCOMPARE(inotifyWatches(), watches - 1);
         QVERIFY(!manager.fileTexts().contains(url));
         for (const QUrl &source : manager.chunkSourceMap())
             QCOMPARE(source, other);
         manager.removeFile(QUrl::fromLocalFile(QStringLiteral("/nowhere/never.txt")));
-        QCOMPARE(logMessages().mid(logMessages().size() - 2),
-                 QStringList({QStringLiteral("➖ removeFile: never.txt (path: /nowhere/never.txt)"),
-                              QStringLiteral("   → Remaining: 2 files, 1 chunks")}));
-        manager.removeFile(other);
-        manager.removeFile(blank);
-        QVERIFY(manager.globalChunks().isEmpty());
-        QVERIFY(manager.snapshot()->trackedFiles.isEmpty());
+        QCOMPARE(logMessages().last(), QStringLiteral("   → Remaining: 2 files, 1 chunks"));
+        QCOMPARE(manager.snapshot()->trackedFiles, manager.trackedFiles());
     }
 
-    // Chunks go to the server fifty at a time, and their vectors outlive the knowledge base: after a restart
-    // an unchanged file sends nothing and logs the same steps; a changed row sends its batch again, whole;
-    // a damaged cache file costs one round of requests and no knowledge.
+    // Chunks go to the server fifty at a time, and their vectors outlive a restart: an unchanged file sends
+    // nothing, a changed row its batch, a damaged cache file one round of requests.
     void batchesOfFiftyKeptAcrossRestarts()
     {
         const QByteArray changed = csv(120).replace("70\t210", "70\t999");
@@ -193,21 +174,10 @@ private slots:
             }
             QVERIFY2(sent == step.sentBatches, step.what);
             QCOMPARE(
-                logMessages(),
-                QStringList(
-                    {QStringLiteral("ContextManager initialized"),
-                     QStringLiteral("➕ addFile: Lager.csv (path: ") + url.path() + ')',
-                     QStringLiteral("👁️ Started monitoring: Lager.csv"),
-                     QStringLiteral("🔄 processFile starting: Lager.csv"),
-                     QStringLiteral("📄 Extracted %1 chars from Lager.csv").arg(csv(120).size()),
-                     QStringLiteral("📄 First 200 chars: Artikel\tPreis"),
-                     QStringLiteral(
-                         "📦 rowLevelChunk: 120 chunks, schema: Tabelle [] mit Spalten: Artikel, Preis"),
-                     QStringLiteral("📦 Created 120 chunks from Lager.csv"),
-                     QStringLiteral("💾 %1 of 120 vectors from the cache for Lager.csv").arg(step.fromCache),
-                     QStringLiteral("🔢 Embedding batch 1/3..."), QStringLiteral("🔢 Embedding batch 2/3..."),
-                     QStringLiteral("🔢 Embedding batch 3/3..."),
-                     QStringLiteral("✅ Processed: Lager.csv (120 chunks, 120 total)")}));
+                logMessages().filter(QStringLiteral(" vectors from the cache for ")),
+                QStringList{
+                    QStringLiteral("💾 %1 of 120 vectors from the cache for Lager.csv").arg(step.fromCache)});
+            QCOMPARE(countLog(QStringLiteral("🔢 Embedding batch 3/3...")), 1); // counted whether sent or not
             // The same vectors as the server gave for the same texts; the changed row alone differs.
             const QList<DocumentChunk> chunks = manager.fileChunks(url);
             QCOMPARE(chunks.size(), 120);
@@ -220,9 +190,8 @@ private slots:
     void badEmbeddingAnswers()
     {
         ContextManager manager(api);
-        // Fewer vectors than texts: the pairing stops at the shorter list.
+        // Fewer vectors than texts: the pairing stops at the shorter list. No watch: only these runs count.
         provider.enqueueEmbeddings(TestProvider::Response::json(200, "{\"data\":[{\"embedding\":[1,0]}]}"));
-        // Processed without a watch, so only these runs touch the file.
         const QUrl url = writeFile(QStringLiteral("drei.csv"), csv(3));
         manager.processFile(url);
         QCoro::waitFor(manager.waitUntilIdle());
@@ -252,10 +221,8 @@ private slots:
         QCOMPARE(manager.snapshot()->globalNorms.first(), 0.0);
     }
 
-    // Saved the way editors do (a new file renamed over the old one) while another program still holds the
-    // old file open, when the kernel reports no deletion until that program closes it. The new file is the
-    // one followed afterwards: a write in place lands, and mere attribute changes are no events. (A rename
-    // after removing the old file is the fifty-saves case.)
+    // Saved by renaming a new file over the old one while another program holds the old one open (the
+    // kernel reports no deletion then); afterwards a write in place lands, attribute changes are no events.
     void savedByRenameWhileHeldOpen()
     {
         ContextManager manager(api);
@@ -265,7 +232,6 @@ private slots:
         replaceByRename(url, "zweite Fassung", true);
         QTRY_COMPARE(manager.fileTexts().value(url), QStringLiteral("zweite Fassung"));
         QCoro::waitFor(manager.waitUntilIdle());
-        QCOMPARE(countLog(QStringLiteral("👁️ Started monitoring: offen.txt")), 2);
         QCOMPARE(manager.monitorCount(), 1);
 
         QVERIFY(QFile::setPermissions(url.toLocalFile(),
@@ -273,39 +239,32 @@ private slots:
         writeFile(QStringLiteral("offen.txt"), "dritte Fassung");
         QTRY_COMPARE(manager.fileTexts().value(url), QStringLiteral("dritte Fassung"));
         QCoro::waitFor(manager.waitUntilIdle());
-        QCOMPARE(events(2, QStringLiteral("offen.txt")), 1);
+        QCOMPARE(countLog(QStringLiteral("🔔 File event [FileSystemEvent(rawValue: 2)] for offen.txt")), 1);
         QCOMPARE(countLog(QStringLiteral("🔄 processFile starting: offen.txt")), 3);
     }
 
-    // A change is never lost: a save or a deletion that comes while the file's run is going is processed
-    // once more when that run ends, so the knowledge ends at the last saved text. A deleted file stays
+    // A save or a deletion during the file's run is processed once more when it ends. A deleted file stays
     // tracked with its last text and chunks, unwatched.
     void changes_data()
     {
         QTest::addColumn<bool>("deleted");
-        QTest::addColumn<bool>("running");
-        QTest::addRow("saved while processing") << false << true;
-        QTest::addRow("deleted while processing") << true << true;
-        QTest::addRow("deleted") << true << false;
+        QTest::addRow("saved while processing") << false;
+        QTest::addRow("deleted while processing") << true;
     }
     void changes()
     {
         QFETCH(bool, deleted);
-        QFETCH(bool, running);
         ContextManager manager(api);
         const QString name = QString::fromLatin1(QTest::currentDataTag()) + QStringLiteral(".txt");
         const QUrl url = writeFile(name, "vorher");
-        provider.setDefaultDelayMs(running ? 1500 : 0);
+        provider.setDefaultDelayMs(1500);
         manager.addFile(url);
         QTRY_COMPARE(countLog(QStringLiteral("🔢 Embedding batch 1/1...")), 1);
-        if (!running)
-            QCoro::waitFor(manager.waitUntilIdle());
         if (deleted)
             QVERIFY(QFile::remove(url.toLocalFile()));
         else
             writeFile(name, "nachher");
-        QTRY_COMPARE(countLog(QStringLiteral("⏸️ processFile skipped (already processing): ") + name),
-                     int(running));
+        QTRY_COMPARE(countLog(QStringLiteral("⏸️ processFile skipped (already processing): ") + name), 1);
         if (deleted)
             QTRY_COMPARE(countLog(QStringLiteral("♻️ Restarting monitor for ") + name), 1);
         provider.setDefaultDelayMs(0);
@@ -318,7 +277,6 @@ private slots:
         QVERIFY(manager.fileChunks(url).first().text.endsWith(last));
         QCOMPARE(manager.trackedFiles(), QList<QUrl>{url});
         QCOMPARE(manager.monitorCount(), int(!deleted));
-        QVERIFY(manager.processingFiles().isEmpty());
     }
 
     // Two tracked paths that lead to one file share the kernel's watch: each hears the file's changes, and
@@ -344,14 +302,13 @@ private slots:
         writeFile(QStringLiteral("ziel.txt"), "drei");
         QTRY_COMPARE(manager.fileTexts().value(target), QStringLiteral("drei"));
         QCoro::waitFor(manager.waitUntilIdle());
-        QCOMPARE(events(2, QStringLiteral("verweis.txt")), 1);
+        QCOMPARE(countLog(QStringLiteral("🔔 File event [FileSystemEvent(rawValue: 2)] for verweis.txt")), 1);
         // A reaction still waiting when the file is removed does nothing: no new watch, no run.
         replaceByRename(target, "vier");
         QTRY_COMPARE(countLog(QStringLiteral("♻️ Restarting monitor for ziel.txt")), 1);
         manager.removeFile(target);
         QCoro::waitFor(manager.waitUntilIdle());
         QCOMPARE(inotifyWatches(), before - 1);
-        QCOMPARE(countLog(QStringLiteral("👁️ Started monitoring: ziel.txt")), 1);
         QCOMPARE(countLog(QStringLiteral("🔄 processFile starting: ziel.txt")), 3);
     }
 
@@ -373,10 +330,8 @@ private slots:
         QTRY_COMPARE(manager.fileTexts().value(url), QStringLiteral("Fassung final"));
     }
 
-    // What one run stored in the vector cache, the next run reads back bit for bit, for the same model and
-    // text only. Whatever is wrong with the file, the cache never fails its caller: a damaged or outdated
-    // file is replaced, one that is locked or of a newer version is left alone for now. (A file that is no
-    // database at all is a step of the restart case.)
+    // The vector cache reads back bit for bit, for the same model and text only, and never fails its caller:
+    // a damaged or outdated file is replaced, a locked or newer one left alone.
     void survivesItsFile_data()
     {
         QTest::addColumn<QString>("situation");
@@ -387,7 +342,6 @@ private slots:
         QTest::addRow("older layout") << "older" << true << "";
         QTest::addRow("newer version") << "newer" << false << "belongs to a newer version";
         QTest::addRow("locked by another instance") << "locked" << false << "not available";
-        QTest::addRow("folder cannot be made") << "blocked" << false << "not available";
     }
     void survivesItsFile()
     {
@@ -419,9 +373,6 @@ private slots:
             QSqlQuery q(lock);
             QVERIFY(q.exec("PRAGMA locking_mode = EXCLUSIVE") && q.exec("BEGIN EXCLUSIVE"));
             QVERIFY(q.exec("DELETE FROM vectors WHERE rowid = 1"));
-        } else if (situation == QLatin1String("blocked")) {
-            QVERIFY(QDir(QFileInfo(path).path()).removeRecursively());
-            QVERIFY(QFile(QFileInfo(path).path()).open(QIODevice::WriteOnly));
         }
 
         ConsoleCapture console;
@@ -455,8 +406,7 @@ private slots:
         }
     }
 
-    // Past its size the vector cache drops the least recently used vectors first, and vectors unused for long
-    // go whatever the size.
+    // Past its size the cache drops the least recently used vectors; long unused ones go whatever the size.
     void prunesOldEntries()
     {
         const VectorCache::Limits limits{4 * 8 * 25, 30}; // room for 25 vectors of four numbers

@@ -119,8 +119,6 @@ private slots:
         QCOMPARE(names(QStringLiteral("Die Jahresberichte bitte")), QStringList());
         QCOMPARE(names(QStringLiteral("Was sagt die eXcel-Tabelle? x")), QStringList{"Preise.xlsx"});
         QCOMPARE(names(QStringLiteral("Alle PDFs")), QStringList{"scan.pdf"});
-        QVERIFY(ask(QStringLiteral("Jahresbericht"), {chunk})
-                    ->contains(QStringLiteral("--- Jahresbericht.txt ---\nUmsatz stieg.\n\n")));
     }
 
     void budgetAndFallback()
@@ -149,7 +147,6 @@ private slots:
         QStringList log;
         QVERIFY(!ask(QStringLiteral("Hallo"), {}, &log).has_value());
         QCOMPARE(log, QStringList{"⚠️ RAG: No external chunks available (globalChunks is empty)"});
-        QVERIFY(provider.requests("/embeddings").isEmpty());
         provider.clearScript();
 
         const DocumentChunk chunk = track(QStringLiteral("v.txt"), "Vektoren");

@@ -49,14 +49,12 @@ inline QByteArray sharedStringsXml(const QStringList &strings)
 }
 
 // Worksheets sheet1.xml, sheet2.xml, … holding these rows, stored last first so that a reader has to sort
-// them, and the shared strings when there are any.
-inline Entries workbook(const QByteArrayList &sheets, const QStringList &strings = {})
+// them.
+inline Entries workbook(const QByteArrayList &sheets)
 {
     Entries entries;
     for (qsizetype i = sheets.size(); i > 0; --i)
         entries.append({QStringLiteral("xl/worksheets/sheet%1.xml").arg(i), sheetXml(sheets.at(i - 1))});
-    if (!strings.isEmpty())
-        entries.append({QStringLiteral("xl/sharedStrings.xml"), sharedStringsXml(strings)});
     return entries;
 }
 
