@@ -240,7 +240,8 @@ run_pass() { # name, compositor (yes/no), scale
   geometry "$chat"
   xdotool mousemove $((X + margin + 26 * scale)) $((Y + margin + 22 * scale)) click 1
   local logo
-  eventually 5 window_of_size '^Quillmoor$' $((70 * scale)) >/dev/null
+  # A sanitizer build takes seconds to swap the windows.
+  eventually 10 window_of_size '^Quillmoor$' $((70 * scale)) >/dev/null
   logo=$(window_of_size '^Quillmoor$' $((70 * scale)))
   if [ -z "$logo" ]; then
     check "the logo appears in mini mode" false
