@@ -58,6 +58,18 @@ eventually() { # seconds, command...: polls until the command succeeds
   done
 }
 
+# seconds, command...: polls until the command succeeds and prints what it printed then. A window is looked
+# up once this way: a search can miss a window that is there while another one vanishes during the search.
+found() {
+  local until=$((SECONDS + $1)) out
+  shift
+  until out=$("$@"); do
+    [ $SECONDS -ge $until ] && return 1
+    sleep 0.1
+  done
+  echo "$out"
+}
+
 # Geometry of an X window: sets X Y W H.
 geometry() {
   local info
@@ -70,10 +82,16 @@ geometry() {
 
 has_keyboard() { [ "$(xdotool getwindowfocus 2>/dev/null)" = "$1" ]; }
 viewable() { xwininfo -id "$1" 2>/dev/null | grep -q 'IsViewable'; }
+sized() { geometry "$1" && [ "$W x $H" = "$2 x $3" ]; }            # window, width, height
+margin_of() { geometry "$1" && [ $((($W - $2) / 2)) -eq "$3" ]; } # window, panel width, margin
 on_all_workspaces() { xprop -id "$1" _NET_WM_DESKTOP | grep -q '= 4294967295'; }
 requests() { grep -c 'chat/completions' "$WORK/provider.log"; }
 presses_beneath() { grep -c '^ButtonPress' "$WORK/xev.log"; }
-window_named() { xdotool search --onlyvisible --name "$1" 2>/dev/null | head -1; }
+window_named() { # name: the first visible window with that name; fails while there is none
+  local id
+  id=$(xdotool search --onlyvisible --name "$1" 2>/dev/null | head -1)
+  [ -n "$id" ] && echo "$id"
+}
 window_of_size() { # name, width: the visible window with that name and width
   local id
   for id in $(xdotool search --onlyvisible --name "$1" 2>/dev/null); do
@@ -167,8 +185,7 @@ run_pass() { # name, compositor (yes/no), scale
   PIDS+=($!)
 
   local chat
-  eventually 20 window_named '^Quillmoor$' >/dev/null
-  chat=$(window_named '^Quillmoor$')
+  chat=$(found 20 window_named '^Quillmoor$')
   if [ -z "$chat" ]; then
     abandon_pass "the chat window did not appear" "$WORK/app.log"
     return
@@ -183,13 +200,15 @@ run_pass() { # name, compositor (yes/no), scale
   check "the question field has the keyboard at launch" eventually 5 sh -c "[ \$(grep -c chat/completions '$WORK/provider.log') -ge 1 ]"
 
   local margin panel_w=$((400 * scale)) panel_h=$((600 * scale))
+  # The window may still be taking its size (a sanitizer build is slow to).
+  if [ "$composited" = yes ]; then
+    check "a compositor blends a shadow margin around the glass" \
+      eventually 5 margin_of "$chat" "$panel_w" $((28 * scale))
+  else
+    check "without a compositor the glass is the window" eventually 5 sized "$chat" "$panel_w" "$panel_h"
+  fi
   geometry "$chat"
   margin=$(((W - panel_w) / 2))
-  if [ "$composited" = yes ]; then
-    check "a compositor blends a shadow margin around the glass" test "$margin" = $((28 * scale))
-  else
-    check "without a compositor the glass is the window" test "$W x $H" = "$panel_w x $panel_h"
-  fi
 
   check "the chat window is on every workspace" on_all_workspaces "$chat"
   xdotool set_desktop 1
@@ -224,8 +243,7 @@ run_pass() { # name, compositor (yes/no), scale
   # The settings window moves by its background as well.
   xdotool key ctrl+comma
   local settings
-  eventually 10 window_named '^Einstellungen$' >/dev/null
-  settings=$(window_named '^Einstellungen$')
+  settings=$(found 10 window_named '^Einstellungen$')
   if [ -n "$settings" ]; then
     check "the settings window is on every workspace" on_all_workspaces "$settings"
     check "a drag of the settings window ends on release" drags_end_on_release "$settings" $((margin + 200 * scale)) $((margin + 18 * scale))
@@ -241,8 +259,7 @@ run_pass() { # name, compositor (yes/no), scale
   xdotool mousemove $((X + margin + 26 * scale)) $((Y + margin + 22 * scale)) click 1
   local logo
   # A sanitizer build takes seconds to swap the windows.
-  eventually 10 window_of_size '^Quillmoor$' $((70 * scale)) >/dev/null
-  logo=$(window_of_size '^Quillmoor$' $((70 * scale)))
+  logo=$(found 10 window_of_size '^Quillmoor$' $((70 * scale)))
   if [ -z "$logo" ]; then
     check "the logo appears in mini mode" false
   else
