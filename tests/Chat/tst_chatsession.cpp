@@ -152,9 +152,6 @@ private slots:
         QSignalSpy refused(f.session.get(), &ChatSession::visionRefusalPosted);
         f.send(QStringLiteral("Was siehst du?"));
         QCOMPARE(f.messages().size(), 1);
-        QCOMPARE(f.messages().first().attachments().size(), 1);
-        QCOMPARE(f.session->pendingAttachments()->size(), 0);
-        QVERIFY(!f.session->isLoading());
         QVERIFY(refused.wait(5000));
         QCOMPARE(f.messages().last().text(), ChatSession::VisionRefusal);
         QVERIFY(f.provider.requests().isEmpty());
