@@ -66,7 +66,7 @@ private slots:
         QTest::addRow("done") << "data: [DONE]" << done << "";
         QTest::addRow("done with trailing space") << "data: [DONE] " << ignore << "";
         // Lines to skip, one file each: not an event of ours, or an event that does not read.
-        const QDir ignored(CaseFiles::folder(u"streamparsing/ignored"_s));
+        const QDir ignored(TestEnvironment::data(u"streamparsing/ignored"_s));
         for (const QString &name : ignored.entryList(QDir::Files))
             QTest::addRow("%s", qPrintable(name.chopped(4)))
                 << QString::fromUtf8(CaseFiles::read(ignored.filePath(name)).chopped(1)) << ignore << "";
@@ -105,7 +105,7 @@ private slots:
             for (const QByteArray &line : CaseFiles::read(recorded.filePath(name)).split('\n'))
                 lines.append(line.endsWith('\r') ? line.chopped(1) : line);
         QList<QByteArray> seeds =
-            CaseFiles::read(CaseFiles::folder(u"streamparsing"_s) + u"/oddities.sse"_s).split('\n');
+            CaseFiles::read(TestEnvironment::data(u"streamparsing"_s) + u"/oddities.sse"_s).split('\n');
         seeds.append(
             "data: "
             "{\"choices\":[{\"delta\":{\"content\":\"\\\"\xef\xbb\xbf\\n\xef\xbb\xbf\"}}],\"n\":-12345678."

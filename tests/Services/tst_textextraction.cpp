@@ -107,7 +107,7 @@ private slots:
         QTest::addColumn<QString>("file");
         QTest::addColumn<QString>("expected");
         CaseFiles::addFileRows(TestEnvironment::fixture(u"pdf"_s), u"textextraction"_s, u"*.pdf"_s);
-        CaseFiles::addFileRows(CaseFiles::folder(u"textextraction"_s), u"textextraction"_s, u"*.pdf"_s);
+        CaseFiles::addFileRows(TestEnvironment::data(u"textextraction"_s), u"textextraction"_s, u"*.pdf"_s);
         const QString failed = u"❌ PDFKit: Could not open PDF at %1\n"_s;
         QTest::addRow("missing") << TestEnvironment::home().filePath(u"missing.pdf"_s)
                                  << failed.arg(u"missing.pdf"_s);

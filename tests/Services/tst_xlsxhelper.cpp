@@ -67,7 +67,8 @@ private slots:
         QTest::addColumn<QStringList>("known");
         QTest::addColumn<QStringList>("pieces");
         const QJsonObject patterns =
-            QJsonDocument::fromJson(CaseFiles::read(CaseFiles::folder(u"xlsxhelper"_s) + u"/patterns.json"_s))
+            QJsonDocument::fromJson(
+                CaseFiles::read(TestEnvironment::data(u"xlsxhelper"_s) + u"/patterns.json"_s))
                 .object();
         for (const QString &kind : {u"cells"_s, u"rows"_s}) {
             const QJsonObject cases = patterns[kind].toObject();
@@ -110,8 +111,8 @@ private slots:
         QTest::addColumn<QString>("file");
         QTest::addColumn<QString>("expected");
         CaseFiles::addFileRows(TestEnvironment::fixture(u"xlsx"_s), u"xlsxhelper"_s, u"*.xlsx"_s);
-        CaseFiles::addFileRows(CaseFiles::folder(u"xlsxhelper"_s), u"xlsxhelper"_s, u"*.xlsx"_s);
-        const QDir generated(CaseFiles::folder(u"xlsxhelper/generated"_s));
+        CaseFiles::addFileRows(TestEnvironment::data(u"xlsxhelper"_s), u"xlsxhelper"_s, u"*.xlsx"_s);
+        const QDir generated(TestEnvironment::data(u"xlsxhelper/generated"_s));
         for (const QString &name : generated.entryList(QDir::Dirs | QDir::NoDotAndDotDot))
             QTest::newRow(name.toUtf8().constData())
                 << zipped(name + u".xlsx"_s, WorkbookWriter::unpacked(generated.filePath(name)))

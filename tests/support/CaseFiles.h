@@ -13,11 +13,6 @@
 // name and an array of its values; rows are named "<file>: <case>" so that a failure says where to look.
 namespace CaseFiles {
 
-inline QString folder(const QString &suite)
-{
-    return TestEnvironment::data(suite);
-}
-
 inline QByteArray read(const QString &path)
 {
     QFile file(path);
@@ -28,7 +23,7 @@ inline QByteArray read(const QString &path)
 inline QList<std::pair<QByteArray, QJsonArray>> cases(const QString &suite)
 {
     QList<std::pair<QByteArray, QJsonArray>> all;
-    const QDir dir(folder(suite));
+    const QDir dir(TestEnvironment::data(suite));
     for (const QString &name : dir.entryList({QStringLiteral("*.json")})) {
         const QJsonObject cases = QJsonDocument::fromJson(read(dir.filePath(name))).object();
         if (cases.isEmpty())
@@ -47,8 +42,8 @@ inline void addFileRows(const QString &inputs, const QString &suite, const QStri
     for (const QString &name : dir.entryList({filter}))
         QTest::newRow(name.toUtf8().constData())
             << dir.filePath(name)
-            << QString::fromUtf8(read(folder(suite) + u'/' + QFileInfo(name).completeBaseName() +
-                                      QStringLiteral(".expected")));
+            << QString::fromUtf8(read(TestEnvironment::data(suite) + u'/' +
+                                      QFileInfo(name).completeBaseName() + QStringLiteral(".expected")));
 }
 
 // What a reader gave, the way an .expected file holds it: the console lines without their time, then the
