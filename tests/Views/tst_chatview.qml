@@ -212,11 +212,13 @@ Item {
                    && picture.getContext("2d").createImageData(url).width > 0;
         }
 
-        // A picture is cut to its tile's rounded corners and a document name ends in an ellipsis; the input
-        // bar's fill and a full pending strip stay inside the pane's rounded corners and edges. The pictures keep coming from Qt's image-loader thread while the answer
+        // A picture is cut to its tile's rounded corners and a document name ends in an ellipsis; one fill
+        // covers the whole header, and the input bar's fill and a full pending strip stay inside the pane's
+        // rounded corners and edges. The pictures keep coming from Qt's image-loader thread while the answer
         // streams and the list changes.
         function test_tilesAndFills() {
             Fixture.settings.selectedModel = "qwen3";
+            // The document is added at once, the pictures after their loading.
             session.addAttachment(Fixture.document("ein-sehr-langer-dateiname-fuer-den-quartalsbericht.txt"));
             session.addAttachment(Fixture.picture("bild1.png"));
             session.addAttachment(Fixture.picture("bild2.png"));
@@ -234,6 +236,11 @@ Item {
             tryVerify(() => blue(pixel(tile, 40, 40)), 2000, "the picture fills the tile");
             verify(!blue(pixel(tile, 1, 1)), "the corner is cut away: " + pixel(tile, 1, 1));
             compare(findChild(strip.itemAtIndex(0), "documentName").truncated, true);
+            const header = named("headerBackground");
+            const a = pixel(header, 200, header.height - 24);
+            const b = pixel(header, 200, header.height - 6);
+            const close = (x, y) => Math.abs(x - y) <= 2 / 255;
+            verify(close(a.r, b.r) && close(a.g, b.g) && close(a.b, b.b), "one fill: " + a + " above, " + b + " below");
 
             for (let i = 0; i < 4; ++i)
                 session.addAttachment(Fixture.document("datei" + i + ".txt"));
@@ -256,6 +263,19 @@ Item {
                 tryVerify(() => loaded(findChild(sent.children[i], "picture")));
             tryCompare(session, "isLoading", false, 5000);
             tryCompare(bubble(1), "text", "Zwei Bilder in Blau");
+        }
+
+        function test_helpOpensAfterTheUsualDelay() {
+            const logo = named("logoButton");
+            mouseMove(logo, logo.width / 2, logo.height / 2);
+            tryVerify(() => logo.hovered);
+            const tip = logo.ToolTip.toolTip;
+            wait(150);
+            compare(tip.visible, false, "not at once");
+            tryVerify(() => tip.visible, 3000);
+            compare(tip.text, "Click to minimize to tiny mode");
+            mouseMove(host, 5, 5);
+            tryVerify(() => !tip.visible);
         }
     }
 }
