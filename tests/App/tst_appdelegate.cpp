@@ -25,7 +25,6 @@ Q_DECLARE_METATYPE(TestProvider::Response)
 class TestAppDelegate : public QObject {
     Q_OBJECT
 
-    // The settings screen over the delegate's settings and knowledge, its rows checked as a model.
     static std::unique_ptr<SettingsScreenState> screenOf(AppDelegate &delegate)
     {
         auto screen = std::make_unique<SettingsScreenState>(delegate.settings(), delegate.contextManager());
@@ -84,8 +83,7 @@ private slots:
     }
 
     // A server of the user's own is asked once for its models: they follow the catalogue in the picker and
-    // the stored choice stays; a server without a list leaves the picker as it is. One console line either
-    // way.
+    // the stored choice stays; a server without a list leaves the picker as it is.
     void pickerOffersTheServersModels_data()
     {
         QTest::addColumn<TestProvider::Response>("answer");
@@ -133,8 +131,7 @@ private slots:
     }
 
     // Resting on the logo opens its help after a delay in a window of its own (placed by the mini geometry);
-    // a press closes it. The way back keeps the frame and the conversation. (Where the keyboard goes is
-    // checked under a real window manager.)
+    // a press closes it. The way back keeps the frame and the conversation.
     void miniModeRoundTrip()
     {
         AppDelegate delegate;

@@ -122,10 +122,9 @@ private slots:
         QCOMPARE(failed.out, QByteArray("\n[Fehler: API request failed with status 401]"));
     }
 
-    // The file's and the question's vectors come from QUILLMOOR_EMBEDDING_MODEL (which server the
-    // environment names is the request test's). The knowledge file is processed before the turn; a second
-    // run with the same file asks only for the question's vector. A photo whose pixels pass Qt's default
-    // decoding guard of 256 MB is still sent whole.
+    // The file's and the question's vectors come from QUILLMOOR_EMBEDDING_MODEL. The knowledge file is
+    // processed before the turn; a second run with the same file asks only for the question's vector. A
+    // photo whose pixels pass Qt's default decoding guard of 256 MB is still sent whole.
     void askWithKnowledgeAndPicturesOnOwnServer()
     {
         const QString small = TestEnvironment::writePicture(QStringLiteral("foto.png"));

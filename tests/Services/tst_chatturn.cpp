@@ -47,7 +47,6 @@ QJsonValue userContent(const TestProvider::Request &request)
     return request.json()[QStringLiteral("messages")].toArray().last()[QStringLiteral("content")];
 }
 
-// The size of the JPEG picture in a content part.
 QSize jpegSize(const QJsonValue &part)
 {
     const QString url = part[QStringLiteral("image_url")][QStringLiteral("url")].toString();
@@ -72,8 +71,7 @@ private slots:
     }
 
     // The OpenAI client libraries' variables name a server too; the app's own win over them. The key of
-    // OPENAI_API_KEY only goes to a server named in the environment, and the question of a turn with
-    // knowledge is embedded there. (QUILLMOOR_EMBEDDING_MODEL is the command-line test's.)
+    // OPENAI_API_KEY only goes to a server named in the environment, where a turn's question is embedded.
     void serverAndKeyFromTheEnvironment_data()
     {
         QTest::addColumn<QStringList>("variables"); // NAME=value; "ours" and "theirs" stand for the servers
@@ -175,7 +173,6 @@ private slots:
                     pieces.append(piece.toString());
                 const int status =
                     name.startsWith(QLatin1String("error_")) ? name.section(u'_', 1, 1).toInt() : 200;
-                // Long recordings a few bytes at a time.
                 for (int readSize : {pieces.size() > 100 ? 13 : 1, 4096})
                     QTest::addRow("%s by %d", qPrintable(name), readSize)
                         << 0 << status << CaseFiles::read(file.filePath()) << readSize << pieces;

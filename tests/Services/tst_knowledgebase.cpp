@@ -15,7 +15,6 @@
 using namespace KnowledgeTest;
 
 namespace {
-// Watches held by this process's inotify instances, as the kernel reports them.
 int inotifyWatches()
 {
     int count = 0;
@@ -325,7 +324,6 @@ private slots:
         QCoro::waitFor(manager.waitUntilIdle());
         QCOMPARE(manager.monitorCount(), 1);
         QCOMPARE(inotifyWatches(), before + 1);
-        // Still followed afterwards: one more edit lands.
         writeFile(QStringLiteral("hektisch.txt"), "Fassung final");
         QTRY_COMPARE(manager.fileTexts().value(url), QStringLiteral("Fassung final"));
     }

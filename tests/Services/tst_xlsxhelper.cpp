@@ -16,7 +16,6 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// The archive in the test's home; its path, or "" when it could not be written.
 QString zipped(const QString &name, const WorkbookWriter::Entries &entries)
 {
     const QString file = TestEnvironment::home().filePath(name);

@@ -218,7 +218,6 @@ Item {
         // streams and the list changes.
         function test_tilesAndFills() {
             Fixture.settings.selectedModel = "qwen3";
-            // The document is added at once, the pictures after their loading.
             session.addAttachment(Fixture.document("ein-sehr-langer-dateiname-fuer-den-quartalsbericht.txt"));
             session.addAttachment(Fixture.picture("bild1.png"));
             session.addAttachment(Fixture.picture("bild2.png"));
