@@ -64,7 +64,9 @@ private slots:
     void usageErrors_data()
     {
         QTest::addColumn<QStringList>("args");
+        // Both sides of "exactly one": none and two.
         QTest::addRow("ask: no question") << QStringList{"ask"};
+        QTest::addRow("ask: two questions") << QStringList{"ask", "a", "b"};
         QTest::addRow("ask: empty question, nothing attached") << QStringList{"ask", ""};
         QTest::addRow("ask: unknown option") << QStringList{"ask", "--frobnicate", "a"};
         QTest::addRow("ask: option without value") << QStringList{"ask", "a", "--model"};
@@ -74,6 +76,7 @@ private slots:
         QTest::addRow("ask: history wrong shape")
             << QStringList{"ask", "--history", TestEnvironment::writeFile("h2.json", "[{\"role\":1}]"), "a"};
         QTest::addRow("extract without file") << QStringList{"extract"};
+        QTest::addRow("extract with two files") << QStringList{"extract", "a", "b"};
         QTest::addRow("extract: unknown option") << QStringList{"extract", "--pages", "a"};
         QTest::addRow("chunks without file") << QStringList{"chunks"};
     }
