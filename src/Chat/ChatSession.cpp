@@ -177,7 +177,7 @@ QCoro::Task<> ChatSession::runTurn(std::shared_ptr<ChatStream> stream, std::shar
             break;
         if (item.kind == ChatStream::Item::Kind::Pieces) {
             // Pieces that came together are shown together: one update of the message, not one per piece.
-            const QString text = item.pieces.join(QString());
+            const QString &text = item.pieces.text;
             if (!m_messages.isEmpty()) {
                 m_messages.appendToLast(text);
                 emit pieceAppended(text);

@@ -54,12 +54,11 @@ bool ChatResponseReader::handleLine(QByteArrayView line)
         Console::line(QStringLiteral("Error Body: ") + QString::fromUtf8(line));
         return true;
     }
-    const StreamEvent event = StreamEvent::parse(line);
-    switch (event.kind) {
+    switch (StreamEvent::read(line, m_read.text)) {
     case StreamEvent::Kind::Ignore:
         return true;
     case StreamEvent::Kind::Piece:
-        m_stream->push(event.content);
+        m_read.ends.append(m_read.text.size());
         return true;
     case StreamEvent::Kind::Done:
         end(std::nullopt);
@@ -76,8 +75,35 @@ void ChatResponseReader::onReadyRead()
     if (!m_statusPrinted)
         return; // no final answer yet (a redirect being followed, or none over HTTP): decided when it
                 // finishes
-    const QByteArray bytes = ProviderReply::readRest(*m_reply);
-    m_splitter.feed(bytes, [this](QByteArrayView line) { return handleLine(line); });
+    feedArrived();
+}
+
+bool ChatResponseReader::feedArrived()
+{
+    // A slice that stays warm in the cache, rather than one fresh allocation as large as all that arrived
+    // while the event loop was busy.
+    constexpr qsizetype SliceBytes = 128 * 1024;
+    if (!m_reply->isOpen())
+        return true; // an aborted reply reads nothing
+    if (m_slice.isEmpty())
+        m_slice.resize(SliceBytes);
+    for (;;) {
+        const qint64 size = m_reply->read(m_slice.data(), m_slice.size());
+        if (size <= 0)
+            return true;
+        m_read.text.reserve(size); // a piece never has more UTF-16 units than its line has bytes
+        const bool goOn = m_splitter.feed(QByteArrayView(m_slice.constData(), size),
+                                          [this](QByteArrayView line) { return handleLine(line); });
+        deliver();
+        if (!goOn)
+            return false;
+    }
+}
+
+void ChatResponseReader::deliver()
+{
+    if (!m_read.isEmpty())
+        m_stream->push(std::exchange(m_read, {}));
 }
 
 void ChatResponseReader::onFinished()
@@ -89,7 +115,7 @@ void ChatResponseReader::onFinished()
     const auto handler = [this](QByteArrayView line) { return handleLine(line); };
     if (m_statusPrinted) {
         // Whatever arrived before a failure is still delivered; "[DONE]" may already end the stream here.
-        if (!m_splitter.feed(ProviderReply::readRest(*m_reply), handler))
+        if (!feedArrived())
             return;
         // An HTTP error status is not a transport failure: its body has been printed, then it is reported.
         if (transportError == QNetworkReply::NoError || m_status != 200) {
@@ -123,6 +149,7 @@ void ChatResponseReader::end(const std::optional<ProviderError> &error)
 {
     if (m_done)
         return;
+    deliver();
     m_done = true;
     if (error)
         failStream(*m_stream, *error);

@@ -26,11 +26,17 @@ private:
     void onFinished();
     void onCancel();
     bool handleLine(QByteArrayView line);
+    // Feeds what has arrived to the splitter; false once the stream has ended on a line.
+    bool feedArrived();
+    // Hands the pieces of the bytes read so far to the stream: once per read, not once per piece.
+    void deliver();
     void end(const std::optional<ProviderError> &error);
 
     QNetworkReply *m_reply;
     std::shared_ptr<ChatStream> m_stream;
     SseLineSplitter m_splitter;
+    ChatStream::Pieces m_read;
+    QByteArray m_slice; // what is read is copied out in slices of this one buffer
     int m_status = 0;
     bool m_statusPrinted = false;
     bool m_done = false;

@@ -21,11 +21,36 @@ std::shared_ptr<ChatStream> ChatStream::create()
     return std::shared_ptr<ChatStream>(new ChatStream);
 }
 
-void ChatStream::push(const QString &piece)
+void ChatStream::Pieces::append(Pieces &&more)
 {
-    if (m_cancelled || m_finished)
+    if (isEmpty()) {
+        *this = std::move(more);
         return;
-    m_pieces.append(piece);
+    }
+    const qsizetype offset = text.size();
+    text += more.text;
+    ends.reserve(ends.size() + more.ends.size());
+    for (const qsizetype end : std::as_const(more.ends))
+        ends.append(offset + end);
+}
+
+QStringList ChatStream::Pieces::list() const
+{
+    QStringList pieces;
+    pieces.reserve(ends.size());
+    qsizetype start = 0;
+    for (const qsizetype end : ends) {
+        pieces.append(text.sliced(start, end - start));
+        start = end;
+    }
+    return pieces;
+}
+
+void ChatStream::push(Pieces &&pieces)
+{
+    if (m_cancelled || m_finished || pieces.isEmpty())
+        return;
+    m_pieces.append(std::move(pieces));
     wake();
 }
 
@@ -69,7 +94,7 @@ void ChatStream::cancel()
     if (m_cancelled)
         return;
     m_cancelled = true;
-    m_pieces.clear();
+    m_pieces = {};
     emit cancelRequested();
     wake();
 }

@@ -18,17 +18,27 @@
 class ChatStream : public QObject, public std::enable_shared_from_this<ChatStream> {
     Q_OBJECT
 public:
+    // Pieces in order, written one after another into one text: a piece costs no allocation of its own.
+    struct Pieces {
+        QString text;
+        QList<qsizetype> ends; // where each piece ends in `text`
+
+        bool isEmpty() const { return ends.isEmpty(); }
+        void append(Pieces &&more);
+        QStringList list() const;
+    };
+
     struct Item {
         enum class Kind { Pieces, End, Error };
         Kind kind = Kind::End;
-        QStringList pieces; // every piece that arrived since the consumer last looked, in order
+        Pieces pieces; // every piece that arrived since the consumer last looked
         ProviderError error;
     };
 
     static std::shared_ptr<ChatStream> create();
 
     // Producer side.
-    void push(const QString &piece);
+    void push(Pieces &&pieces);
     void finish();
     void fail(const ProviderError &error);
     bool isCancelled() const { return m_cancelled; }
@@ -53,7 +63,7 @@ private:
 
     std::coroutine_handle<> m_waiter;
 
-    QStringList m_pieces;
+    Pieces m_pieces;
     std::optional<ProviderError> m_error;
     bool m_finished = false;
     bool m_cancelled = false;

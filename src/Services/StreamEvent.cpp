@@ -3,6 +3,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QStringDecoder>
 
 #include <simdjson.h>
 
@@ -150,7 +151,7 @@ struct FastReader {
                 "⚠️ Stream: the fast event reader could not allocate; Qt's parser reads every event");
     }
 
-    std::optional<StreamEvent> read(QByteArrayView data)
+    std::optional<StreamEvent::Kind> read(QByteArrayView data, QString &text)
     {
         const auto size = size_t(data.size());
         if (size > MaxFastBytes)
@@ -169,30 +170,53 @@ struct FastReader {
         const Found found = readEvent(document);
         switch (found.outcome) {
         case Outcome::Content:
-            return StreamEvent{StreamEvent::Kind::Piece,
-                               QString::fromUtf8(found.content.data(), qsizetype(found.content.size()))};
+            appendUtf8(text, found.content);
+            return StreamEvent::Kind::Piece;
         case Outcome::NoContent:
-            return StreamEvent{};
+            return StreamEvent::Kind::Ignore;
         case Outcome::Unsure:
             break;
         }
         return std::nullopt;
     }
+
+private:
+    // The parser checked the text's UTF-8, so it is decoded straight behind what `text` holds.
+    void appendUtf8(QString &text, std::string_view utf8)
+    {
+        const qsizetype start = text.size();
+        text.resize(start + qsizetype(utf8.size())); // never fewer UTF-8 bytes than UTF-16 units
+        const QChar *end = decoder.appendToBuffer(text.data() + start, QByteArrayView(utf8));
+        text.resize(end - text.constData());
+    }
+
+    // Keeps a byte-order mark where it stands, as QString::fromUtf8 does.
+    QStringDecoder decoder{QStringDecoder::Utf8,
+                           QStringDecoder::Flag::Stateless | QStringDecoder::Flag::ConvertInitialBom};
 };
 
 } // namespace
 
 StreamEvent StreamEvent::parse(QByteArrayView line)
 {
+    StreamEvent event;
+    event.kind = read(line, event.content);
+    return event;
+}
+
+StreamEvent::Kind StreamEvent::read(QByteArrayView line, QString &text)
+{
     const std::optional<QByteArrayView> data = dataOf(line);
     if (!data)
-        return {};
+        return Kind::Ignore;
     if (*data == DoneMarker)
-        return {Kind::Done, {}};
+        return Kind::Done;
     thread_local FastReader reader;
-    if (std::optional<StreamEvent> event = reader.read(*data))
-        return std::move(*event);
-    return parseWithDocument(line);
+    if (const std::optional<Kind> kind = reader.read(*data, text))
+        return *kind;
+    const StreamEvent event = parseWithDocument(line);
+    text += event.content;
+    return event.kind;
 }
 
 StreamEvent StreamEvent::parseWithDocument(QByteArrayView line)

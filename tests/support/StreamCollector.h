@@ -24,6 +24,6 @@ inline CollectedStream readAll(std::shared_ptr<ChatStream> stream)
                 result.error = item.error;
             return result;
         }
-        result.pieces.append(item.pieces);
+        result.pieces.append(item.pieces.list());
     }
 }
