@@ -51,6 +51,14 @@ inline double threadCpuSeconds()
     return double(now.tv_sec) + double(now.tv_nsec) / 1e9;
 }
 
+// CPU seconds of every thread of this process so far.
+inline double processCpuSeconds()
+{
+    timespec now{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
+    return double(now.tv_sec) + double(now.tv_nsec) / 1e9;
+}
+
 inline void report(const QString &name, double value, const QString &unit)
 {
     std::printf("%-60s %12.3f %s\n", qPrintable(name), value, qPrintable(unit));
