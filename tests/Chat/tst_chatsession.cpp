@@ -1,5 +1,5 @@
 #include "../Services/KnowledgeTestUtil.h"
-#include "ConsoleCapture.h"
+#include "CaseFiles.h"
 #include "SessionFixture.h"
 #include "TestMain.h"
 
@@ -40,15 +40,8 @@ private slots:
         f.provider.enqueueChat(Response::sse({QStringLiteral("Zwei")}));
         f.send(QStringLiteral("   "));
         QVERIFY(f.waitForTurn());
-        const QJsonObject body = f.provider.requests()[1].json();
-        QCOMPARE(body.keys(), QStringList({"messages", "model", "stream", "temperature"}));
-        QCOMPARE(body[QStringLiteral("model")].toString(), QStringLiteral("mistral3"));
-        QCOMPARE(body[QStringLiteral("messages")].toArray(),
-                 (QJsonArray{
-                     QJsonObject{{"role", "system"}, {"content", "\n" + InfomaniakAPI::PlainStyleSentence}},
-                     QJsonObject{{"role", "user"}, {"content", "Erste Frage"}},
-                     QJsonObject{{"role", "assistant"}, {"content", "Hallo"}},
-                     QJsonObject{{"role", "user"}, {"content", "   "}}}));
+        QCOMPARE(CaseFiles::lines(f.provider.requests()[1].json()),
+                 CaseFiles::expected(QStringLiteral("chatsession/second turn")));
     }
 
     // Knowledge files are read on threads of their own: a question asked while large documents are being

@@ -1,4 +1,4 @@
-#include "ConsoleCapture.h"
+#include "CaseFiles.h"
 #include "KnowledgeTestUtil.h"
 #include "Services/VectorCache.h"
 
@@ -105,11 +105,8 @@ private slots:
         QCOMPARE(manager.monitorCount(), 3);
         QCoro::waitFor(manager.waitUntilIdle());
         QCOMPARE(countLog(QStringLiteral("🔄 processFile starting: a.csv")), 1);
-        QCOMPARE(
-            manager.getKnowledgeOverview(),
-            QStringLiteral("Verfügbare Wissensdateien:\n- a.csv (Tabelle [] mit Spalten: Artikel, Preis)\n"
-                           "- notizen.txt (1 Abschnitte. Beginn: Erster Absatz. Zweiter Absatz....)\n"
-                           "- leer.txt [bereit]\n"));
+        QCOMPARE(CaseFiles::lines(manager.getKnowledgeOverview()),
+                 CaseFiles::expected(QStringLiteral("knowledgebase/overview")));
         QCOMPARE(countLog(QStringLiteral("⚠️ No chunks created from leer.txt")), 1);
         QCOMPARE(provider.requests("/embeddings").size(), 2);
 
