@@ -93,9 +93,9 @@ private slots:
                                                                     QStringLiteral("nomic-embed-text")})
                               << QStringList{QStringLiteral("llama3.2:3b"),
                                              QStringLiteral("nomic-embed-text")};
-        QTest::addRow("error") << TestProvider::Response::text(500, "upstream down") << QStringList();
+        QTest::addRow("error") << TestProvider::Response::body(500, "upstream down") << QStringList();
         QTest::addRow("another shape")
-            << TestProvider::Response::json(200, R"({"models":[{"name":"a"}]})") << QStringList();
+            << TestProvider::Response::body(200, R"({"models":[{"name":"a"}]})") << QStringList();
         QTest::addRow("empty list") << TestProvider::Response::modelList({}) << QStringList();
     }
     void pickerOffersTheServersModels()

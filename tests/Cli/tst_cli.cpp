@@ -107,7 +107,7 @@ private slots:
         QCOMPARE(AppSettings().selectedModel(), AppSettings::DefaultModel);
         QCOMPARE(AppSettings().masterPrompt(), AppSettings::DefaultMasterPrompt);
 
-        m_provider.enqueueChat(Response::text(401, "unauthorized"));
+        m_provider.enqueueChat(Response::body(401, "unauthorized"));
         const Run failed = runCli({QStringLiteral("ask"), QStringLiteral("Frage?")}, &m_provider);
         QCOMPARE(failed.exitCode, 2);
         QCOMPARE(failed.out, QByteArray("\n[Fehler: API request failed with status 401]"));

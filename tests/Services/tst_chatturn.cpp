@@ -194,7 +194,7 @@ private slots:
         QFETCH(QStringList, pieces);
         QTest::failOnWarning(QRegularExpression(QStringLiteral(".*")));
         if (redirect) {
-            Response moved = Response::text(redirect, "<html><body>Moved</body></html>\n", "text/html");
+            Response moved = Response::body(redirect, "<html><body>Moved</body></html>\n", "text/html");
             moved.headers.emplaceBack("Location", "/v2/chat/completions");
             m_provider.enqueueChat(moved);
         }

@@ -187,7 +187,7 @@ private slots:
     {
         ContextManager manager(api);
         // Fewer vectors than texts: the pairing stops at the shorter list. No watch: only these runs count.
-        provider.enqueueEmbeddings(TestProvider::Response::json(200, "{\"data\":[{\"embedding\":[1,0]}]}"));
+        provider.enqueueEmbeddings(TestProvider::Response::body(200, "{\"data\":[{\"embedding\":[1,0]}]}"));
         const QUrl url = writeFile(QStringLiteral("drei.csv"), csv(3));
         manager.processFile(url);
         QCoro::waitFor(manager.waitUntilIdle());
@@ -196,7 +196,7 @@ private slots:
         QCOMPARE(logMessages().last(), QStringLiteral("✅ Processed: drei.csv (3 chunks, 1 total)"));
 
         // A refused batch keeps the earlier chunks, stores the new text and description, and unmarks.
-        provider.enqueueEmbeddings(TestProvider::Response::text(429, "slow down"));
+        provider.enqueueEmbeddings(TestProvider::Response::body(429, "slow down"));
         writeFile(url.fileName(), csv(4));
         manager.processFile(url);
         QCoro::waitFor(manager.waitUntilIdle());
@@ -209,7 +209,7 @@ private slots:
 
         // Zero vectors and vectors of another length are stored as they came.
         provider.enqueueEmbeddings(
-            TestProvider::Response::json(200, "{\"data\":[{\"embedding\":[0,0]},{\"embedding\":[1]},{"
+            TestProvider::Response::body(200, "{\"data\":[{\"embedding\":[0,0]},{\"embedding\":[1]},{"
                                               "\"embedding\":[1,2,3]},{\"embedding\":[]}]}"));
         manager.processFile(url);
         QCoro::waitFor(manager.waitUntilIdle());
