@@ -138,49 +138,40 @@ private slots:
     }
 
     // Chunks go to the server fifty at a time, and their vectors outlive a restart: an unchanged file sends
-    // nothing, a changed row its batch, a damaged cache file one round of requests.
+    // nothing, a changed row its batch, a damaged cache file one round of requests. The restarts are in
+    // tests/data/knowledgebase, in the order of their names: whether row 70 is changed, whether the cache
+    // file is damaged first, the sizes of the requests made and the vectors taken from the cache.
     void batchesOfFiftyKeptAcrossRestarts()
     {
-        const QByteArray changed = csv(120).replace("70\t210", "70\t999");
-        struct Step {
-            const char *what;
-            QByteArray content;
-            bool damageCache;
-            QList<int> sentBatches; // the sizes of the requests made
-            int fromCache;
-        };
-        const QList<Step> steps{
-            {"first start", csv(120), false, {50, 50, 20}, 0},
-            {"unchanged", csv(120), false, {}, 120},
-            {"row 70 changed", changed, false, {50}, 70},
-            {"damaged cache file", changed, true, {50, 50, 20}, 0},
-            {"rebuilt", changed, false, {}, 120},
-        };
         QList<DocumentChunk> previous;
-        for (const Step &step : steps) {
-            if (step.damageCache)
+        for (const auto &[what, step] : CaseFiles::cases(QStringLiteral("knowledgebase"))) {
+            if (step.at(1).toBool())
                 writeFile(QStringLiteral(".cache/Quillmoor/vectors.sqlite"), QByteArray(4096, 'x'));
             provider.clearRequests();
             ContextManager manager(api);
-            const QUrl url = track(manager, QStringLiteral("Lager.csv"), step.content);
-            QList<int> sent;
+            const QByteArray content = csv(120);
+            const QUrl url =
+                track(manager, QStringLiteral("Lager.csv"),
+                      step.at(0).toBool() ? QByteArray(content).replace("70\t210", "70\t999") : content);
+            QJsonArray sent;
             for (const TestProvider::Request &request : provider.requests("/embeddings")) {
-                sent.append(int(request.json().value("input").toArray().size()));
+                sent.append(request.json().value("input").toArray().size());
                 QCOMPARE(request.json().value("mode").toString(), QStringLiteral("index"));
             }
-            QVERIFY2(sent == step.sentBatches, step.what);
-            QCOMPARE(
-                logMessages().filter(QStringLiteral(" vectors from the cache for ")),
-                QStringList{
-                    QStringLiteral("💾 %1 of 120 vectors from the cache for Lager.csv").arg(step.fromCache)});
+            QVERIFY2(sent == step.at(2).toArray(), what.constData());
+            QCOMPARE(logMessages().filter(QStringLiteral(" vectors from the cache for ")),
+                     QStringList{QStringLiteral("💾 %1 of 120 vectors from the cache for Lager.csv")
+                                     .arg(step.at(3).toInt())});
             QCOMPARE(countLog(QStringLiteral("🔢 Embedding batch 3/3...")), 1); // counted whether sent or not
             // The same vectors as the server gave for the same texts; the changed row alone differs.
             const QList<DocumentChunk> chunks = manager.fileChunks(url);
             QCOMPARE(chunks.size(), 120);
             for (int i = 0; i < previous.size(); ++i)
-                QVERIFY2((chunks[i] == previous[i]) == (chunks[i].text == previous[i].text), step.what);
+                QVERIFY2((chunks[i] == previous[i]) == (chunks[i].text == previous[i].text),
+                         what.constData());
             previous = chunks;
         }
+        QCOMPARE(previous.size(), 120);
     }
 
     void badEmbeddingAnswers()
