@@ -1,6 +1,7 @@
 #include "../Services/KnowledgeTestUtil.h"
 #include "AppDelegate.h"
 #include "AppSettings.h"
+#include "CaseFiles.h"
 #include "Chat/ChatSession.h"
 #include "ConsoleCapture.h"
 #include "Core/Notifier.h"
@@ -19,8 +20,6 @@
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QQuickItem>
-
-Q_DECLARE_METATYPE(TestProvider::Response)
 
 class TestAppDelegate : public QObject {
     Q_OBJECT
@@ -83,28 +82,27 @@ private slots:
     }
 
     // A server of the user's own is asked once for its models: they follow the catalogue in the picker and
-    // the stored choice stays; a server without a list leaves the picker as it is.
+    // the stored choice stays; a server without a list leaves the picker as it is. The answers are in
+    // tests/data/appdelegate.
     void pickerOffersTheServersModels_data()
     {
-        QTest::addColumn<TestProvider::Response>("answer");
+        QTest::addColumn<int>("status");
+        QTest::addColumn<QJsonObject>("body");
         QTest::addColumn<QStringList>("added");
-        QTest::addRow("list") << TestProvider::Response::modelList({QStringLiteral("qwen3"),
-                                                                    QStringLiteral("llama3.2:3b"),
-                                                                    QStringLiteral("nomic-embed-text")})
-                              << QStringList{QStringLiteral("llama3.2:3b"),
-                                             QStringLiteral("nomic-embed-text")};
-        QTest::addRow("error") << TestProvider::Response::text(500, "upstream down") << QStringList();
-        QTest::addRow("another shape")
-            << TestProvider::Response::json(200, R"({"models":[{"name":"a"}]})") << QStringList();
-        QTest::addRow("empty list") << TestProvider::Response::modelList({}) << QStringList();
+        const auto cases = CaseFiles::cases(QStringLiteral("appdelegate"));
+        QVERIFY(!cases.isEmpty());
+        for (const auto &[row, values] : cases)
+            QTest::newRow(row.constData())
+                << values.at(0).toInt() << values.at(1).toObject() << values.at(2).toVariant().toStringList();
     }
     void pickerOffersTheServersModels()
     {
-        QFETCH(TestProvider::Response, answer);
+        QFETCH(int, status);
+        QFETCH(QJsonObject, body);
         QFETCH(QStringList, added);
         const QString stored = QStringLiteral("llama3.2:3b");
         AppSettings().setSelectedModel(stored);
-        m_provider->enqueueModels(answer);
+        m_provider->enqueueModels(TestProvider::Response::body(status, QJsonDocument(body).toJson()));
 
         ConsoleCapture console;
         AppDelegate delegate;

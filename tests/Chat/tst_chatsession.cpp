@@ -1,5 +1,5 @@
 #include "../Services/KnowledgeTestUtil.h"
-#include "ConsoleCapture.h"
+#include "CaseFiles.h"
 #include "SessionFixture.h"
 #include "TestMain.h"
 
@@ -40,15 +40,8 @@ private slots:
         f.provider.enqueueChat(Response::sse({QStringLiteral("Zwei")}));
         f.send(QStringLiteral("   "));
         QVERIFY(f.waitForTurn());
-        const QJsonObject body = f.provider.requests()[1].json();
-        QCOMPARE(body.keys(), QStringList({"messages", "model", "stream", "temperature"}));
-        QCOMPARE(body[QStringLiteral("model")].toString(), QStringLiteral("mistral3"));
-        QCOMPARE(body[QStringLiteral("messages")].toArray(),
-                 (QJsonArray{
-                     QJsonObject{{"role", "system"}, {"content", "\n" + InfomaniakAPI::PlainStyleSentence}},
-                     QJsonObject{{"role", "user"}, {"content", "Erste Frage"}},
-                     QJsonObject{{"role", "assistant"}, {"content", "Hallo"}},
-                     QJsonObject{{"role", "user"}, {"content", "   "}}}));
+        QCOMPARE(CaseFiles::lines(f.provider.requests()[1].json()),
+                 CaseFiles::expected(QStringLiteral("chatsession/second turn")));
     }
 
     // Knowledge files are read on threads of their own: a question asked while large documents are being
@@ -159,27 +152,18 @@ private slots:
     void userTextIsNeverAPlaceholder()
     {
         SessionFixture f;
-        const QString name = QStringLiteral("Umsatz%1Liste%2%3.csv");
-        const QUrl url = QUrl::fromLocalFile(TestEnvironment::writeFile(name, KnowledgeTest::csv(3)));
         ConsoleCapture console;
-        f.knowledge->addFile(url);
+        f.knowledge->addFile(QUrl::fromLocalFile(
+            TestEnvironment::writeFile(QStringLiteral("Umsatz%1Liste%2%3.csv"), KnowledgeTest::csv(3))));
         QCoro::waitFor(f.knowledge->waitUntilIdle());
         f.settings.setSelectedModel(QStringLiteral("m%2x%1"));
         f.send(QStringLiteral("Was steht in der csv?"));
         QVERIFY(f.waitForTurn());
 
-        const QString chars = QString::number(f.knowledge->fileTexts().value(url).size());
-        const QStringList log = KnowledgeTest::logMessages();
-        for (const QString &line :
-             {QStringLiteral("📄 Extracted ") + chars + QStringLiteral(" chars from ") + name,
-              QStringLiteral("📦 Created 3 chunks from ") + name,
-              QStringLiteral("✅ Processed: ") + name + QStringLiteral(" (3 chunks, 3 total)"),
-              QStringLiteral("📎 Filename match: '") + name + QStringLiteral("' mentioned in query"),
-              QStringLiteral("📄 Injected full text of ") + name + QStringLiteral(" (") + chars +
-                  QStringLiteral(" chars)")})
-            QVERIFY2(log.contains(line), qPrintable(line));
-        QVERIFY(console.contains(
-            QStringLiteral("Stream: Starting request for model m%2x%1... with 0 attachments")));
+        // The log's lines and the console's, each with the name or model as it stands.
+        const QStringList lines = KnowledgeTest::logMessages() + console.lines();
+        for (const QString &line : CaseFiles::expected(QStringLiteral("chatsession/placeholders")))
+            QVERIFY2(lines.contains(line), qPrintable(line));
     }
 
     // Whether a drop is a picture is decided by the file's header, never by its name or by reading it whole:

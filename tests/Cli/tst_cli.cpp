@@ -1,4 +1,5 @@
 #include "AppSettings.h"
+#include "CaseFiles.h"
 #include "Services/DebugLog.h"
 #include "TestMain.h"
 #include "TestProvider.h"
@@ -64,21 +65,15 @@ private slots:
     void usageErrors_data()
     {
         QTest::addColumn<QStringList>("args");
-        // Both sides of "exactly one": none and two.
-        QTest::addRow("ask: no question") << QStringList{"ask"};
-        QTest::addRow("ask: two questions") << QStringList{"ask", "a", "b"};
-        QTest::addRow("ask: empty question, nothing attached") << QStringList{"ask", ""};
-        QTest::addRow("ask: unknown option") << QStringList{"ask", "--frobnicate", "a"};
-        QTest::addRow("ask: option without value") << QStringList{"ask", "a", "--model"};
-        QTest::addRow("ask: missing attachment") << QStringList{"ask", "--attach", "/nonexistent/x.png", "a"};
+        // The cases in tests/data/cli/usage.json, and a history that does not read.
+        const auto cases = CaseFiles::cases(QStringLiteral("cli"));
+        QVERIFY(!cases.isEmpty());
+        for (const auto &[row, args] : cases)
+            QTest::newRow(row.constData()) << QJsonValue(args).toVariant().toStringList();
         QTest::addRow("ask: history not json")
             << QStringList{"ask", "--history", TestEnvironment::writeFile("h.json", "{nope"), "a"};
         QTest::addRow("ask: history wrong shape")
             << QStringList{"ask", "--history", TestEnvironment::writeFile("h2.json", "[{\"role\":1}]"), "a"};
-        QTest::addRow("extract without file") << QStringList{"extract"};
-        QTest::addRow("extract with two files") << QStringList{"extract", "a", "b"};
-        QTest::addRow("extract: unknown option") << QStringList{"extract", "--pages", "a"};
-        QTest::addRow("chunks without file") << QStringList{"chunks"};
     }
     void usageErrors()
     {
@@ -107,19 +102,12 @@ private slots:
         QCOMPARE(run.exitCode, 0);
         QCOMPARE(run.out, QByteArray("Hallo Welt"));
         QVERIFY(run.stdoutReads >= 2);
-        const QJsonObject body = m_provider.requests().first().json();
-        QCOMPARE(body[QStringLiteral("model")].toString(), QStringLiteral("qwen3"));
-        const QJsonArray messages = body[QStringLiteral("messages")].toArray();
-        QCOMPARE(messages.size(), 4);
-        QVERIFY(messages[0][QStringLiteral("content")].toString().startsWith(QStringLiteral("Kurz.\n")));
-        QCOMPARE(messages[1].toObject(), (QJsonObject{{"role", "user"}, {"content", "Erste"}}));
-        QCOMPARE(messages[2].toObject(), (QJsonObject{{"role", "assistant"}, {"content", "Antwort"}}));
-        QCOMPARE(messages[3].toObject(), (QJsonObject{{"role", "user"}, {"content", "Zweite"}}));
-        AppSettings settings;
-        QCOMPARE(settings.selectedModel(), AppSettings::DefaultModel);
-        QCOMPARE(settings.masterPrompt(), AppSettings::DefaultMasterPrompt);
+        QCOMPARE(CaseFiles::lines(m_provider.requests().first().json()),
+                 CaseFiles::expected(QStringLiteral("cli/ask")));
+        QCOMPARE(AppSettings().selectedModel(), AppSettings::DefaultModel);
+        QCOMPARE(AppSettings().masterPrompt(), AppSettings::DefaultMasterPrompt);
 
-        m_provider.enqueueChat(Response::text(401, "unauthorized"));
+        m_provider.enqueueChat(Response::body(401, "unauthorized"));
         const Run failed = runCli({QStringLiteral("ask"), QStringLiteral("Frage?")}, &m_provider);
         QCOMPARE(failed.exitCode, 2);
         QCOMPARE(failed.out, QByteArray("\n[Fehler: API request failed with status 401]"));

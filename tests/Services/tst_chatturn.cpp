@@ -74,24 +74,16 @@ private slots:
     // OPENAI_API_KEY only goes to a server named in the environment, where a turn's question is embedded.
     void serverAndKeyFromTheEnvironment_data()
     {
-        QTest::addColumn<QStringList>("variables"); // NAME=value; "ours" and "theirs" stand for the servers
-        QTest::addColumn<QString>("server");        // which server was asked: "ours", "theirs" or ""
+        // The cases in tests/data/chatturn/environment.json: the variables (NAME=value, where "ours" and
+        // "theirs" stand for the servers), the server asked ("" for none) and the authorization it got.
+        QTest::addColumn<QStringList>("variables");
+        QTest::addColumn<QString>("server");
         QTest::addColumn<QByteArray>("authorization");
-        QTest::addRow("OpenAI variables alone")
-            << QStringList{"OPENAI_BASE_URL=theirs", "OPENAI_API_KEY=sk-theirs"} << "theirs"
-            << QByteArray("Bearer sk-theirs");
-        QTest::addRow("ours win over them")
-            << QStringList{"QUILLMOOR_API_BASE_URL=ours", "QUILLMOOR_API_KEY=k-ours",
-                           "OPENAI_BASE_URL=theirs", "OPENAI_API_KEY=sk-theirs"}
-            << "ours" << QByteArray("Bearer k-ours");
-        QTest::addRow("our server, their key")
-            << QStringList{"QUILLMOOR_API_BASE_URL=ours", "OPENAI_API_KEY=sk-theirs"} << "ours"
-            << QByteArray("Bearer sk-theirs");
-        QTest::addRow("an empty key of ours still wins")
-            << QStringList{"OPENAI_BASE_URL=theirs", "QUILLMOOR_API_KEY=", "OPENAI_API_KEY=sk-theirs"}
-            << "theirs" << QByteArray("Bearer");
-        QTest::addRow("their key alone stays home")
-            << QStringList{"OPENAI_API_KEY=sk-theirs"} << "" << QByteArray();
+        const auto cases = CaseFiles::cases(QStringLiteral("chatturn"));
+        QVERIFY(!cases.isEmpty());
+        for (const auto &[row, values] : cases)
+            QTest::newRow(row.constData()) << values.at(0).toVariant().toStringList()
+                                           << values.at(1).toString() << values.at(2).toString().toUtf8();
     }
     void serverAndKeyFromTheEnvironment()
     {
@@ -138,13 +130,12 @@ private slots:
             document(QStringLiteral("daten.csv"), "a,b\n1,2\n")};
         ask(m_provider, documents);
         ask(m_provider, QList{picture(64, 48)} + documents + QList{picture(16, 8)});
-        const QString text =
-            QStringLiteral("Frage\n\n--- Dokument: notes.md ---\n# Notizen\nZeile mit Umlaut: ä\n"
-                           "\n\n--- Dokument: daten.csv ---\na,b\n1,2\n\n");
-        QCOMPARE(userContent(m_provider.requests()[0]).toString(), text);
+        QCOMPARE(CaseFiles::lines(userContent(m_provider.requests()[0]).toString()),
+                 CaseFiles::expected(QStringLiteral("chatturn/documents")));
         const QJsonArray parts = userContent(m_provider.requests()[1]).toArray();
         QCOMPARE(parts.size(), 3);
-        QCOMPARE(parts[0].toObject(), (QJsonObject{{"type", "text"}, {"text", text}}));
+        QCOMPARE(parts[0].toObject(),
+                 (QJsonObject{{"type", "text"}, {"text", userContent(m_provider.requests()[0])}}));
         QCOMPARE(parts[1][QStringLiteral("type")].toString(), QStringLiteral("image_url"));
         QCOMPARE(jpegSize(parts[1]), QSize(64, 48));
         QCOMPARE(jpegSize(parts[2]), QSize(16, 8));
@@ -203,7 +194,7 @@ private slots:
         QFETCH(QStringList, pieces);
         QTest::failOnWarning(QRegularExpression(QStringLiteral(".*")));
         if (redirect) {
-            Response moved = Response::text(redirect, "<html><body>Moved</body></html>\n", "text/html");
+            Response moved = Response::body(redirect, "<html><body>Moved</body></html>\n", "text/html");
             moved.headers.emplaceBack("Location", "/v2/chat/completions");
             m_provider.enqueueChat(moved);
         }

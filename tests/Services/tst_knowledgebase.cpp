@@ -1,4 +1,4 @@
-#include "ConsoleCapture.h"
+#include "CaseFiles.h"
 #include "KnowledgeTestUtil.h"
 #include "Services/VectorCache.h"
 
@@ -105,11 +105,8 @@ private slots:
         QCOMPARE(manager.monitorCount(), 3);
         QCoro::waitFor(manager.waitUntilIdle());
         QCOMPARE(countLog(QStringLiteral("🔄 processFile starting: a.csv")), 1);
-        QCOMPARE(
-            manager.getKnowledgeOverview(),
-            QStringLiteral("Verfügbare Wissensdateien:\n- a.csv (Tabelle [] mit Spalten: Artikel, Preis)\n"
-                           "- notizen.txt (1 Abschnitte. Beginn: Erster Absatz. Zweiter Absatz....)\n"
-                           "- leer.txt [bereit]\n"));
+        QCOMPARE(CaseFiles::lines(manager.getKnowledgeOverview()),
+                 CaseFiles::expected(QStringLiteral("knowledgebase/overview")));
         QCOMPARE(countLog(QStringLiteral("⚠️ No chunks created from leer.txt")), 1);
         QCOMPARE(provider.requests("/embeddings").size(), 2);
 
@@ -141,56 +138,47 @@ private slots:
     }
 
     // Chunks go to the server fifty at a time, and their vectors outlive a restart: an unchanged file sends
-    // nothing, a changed row its batch, a damaged cache file one round of requests.
+    // nothing, a changed row its batch, a damaged cache file one round of requests. The restarts are in
+    // tests/data/knowledgebase, in the order of their names: whether row 70 is changed, whether the cache
+    // file is damaged first, the sizes of the requests made and the vectors taken from the cache.
     void batchesOfFiftyKeptAcrossRestarts()
     {
-        const QByteArray changed = csv(120).replace("70\t210", "70\t999");
-        struct Step {
-            const char *what;
-            QByteArray content;
-            bool damageCache;
-            QList<int> sentBatches; // the sizes of the requests made
-            int fromCache;
-        };
-        const QList<Step> steps{
-            {"first start", csv(120), false, {50, 50, 20}, 0},
-            {"unchanged", csv(120), false, {}, 120},
-            {"row 70 changed", changed, false, {50}, 70},
-            {"damaged cache file", changed, true, {50, 50, 20}, 0},
-            {"rebuilt", changed, false, {}, 120},
-        };
         QList<DocumentChunk> previous;
-        for (const Step &step : steps) {
-            if (step.damageCache)
+        for (const auto &[what, step] : CaseFiles::cases(QStringLiteral("knowledgebase"))) {
+            if (step.at(1).toBool())
                 writeFile(QStringLiteral(".cache/Quillmoor/vectors.sqlite"), QByteArray(4096, 'x'));
             provider.clearRequests();
             ContextManager manager(api);
-            const QUrl url = track(manager, QStringLiteral("Lager.csv"), step.content);
-            QList<int> sent;
+            const QByteArray content = csv(120);
+            const QUrl url =
+                track(manager, QStringLiteral("Lager.csv"),
+                      step.at(0).toBool() ? QByteArray(content).replace("70\t210", "70\t999") : content);
+            QJsonArray sent;
             for (const TestProvider::Request &request : provider.requests("/embeddings")) {
-                sent.append(int(request.json().value("input").toArray().size()));
+                sent.append(request.json().value("input").toArray().size());
                 QCOMPARE(request.json().value("mode").toString(), QStringLiteral("index"));
             }
-            QVERIFY2(sent == step.sentBatches, step.what);
-            QCOMPARE(
-                logMessages().filter(QStringLiteral(" vectors from the cache for ")),
-                QStringList{
-                    QStringLiteral("💾 %1 of 120 vectors from the cache for Lager.csv").arg(step.fromCache)});
+            QVERIFY2(sent == step.at(2).toArray(), what.constData());
+            QCOMPARE(logMessages().filter(QStringLiteral(" vectors from the cache for ")),
+                     QStringList{QStringLiteral("💾 %1 of 120 vectors from the cache for Lager.csv")
+                                     .arg(step.at(3).toInt())});
             QCOMPARE(countLog(QStringLiteral("🔢 Embedding batch 3/3...")), 1); // counted whether sent or not
             // The same vectors as the server gave for the same texts; the changed row alone differs.
             const QList<DocumentChunk> chunks = manager.fileChunks(url);
             QCOMPARE(chunks.size(), 120);
             for (int i = 0; i < previous.size(); ++i)
-                QVERIFY2((chunks[i] == previous[i]) == (chunks[i].text == previous[i].text), step.what);
+                QVERIFY2((chunks[i] == previous[i]) == (chunks[i].text == previous[i].text),
+                         what.constData());
             previous = chunks;
         }
+        QCOMPARE(previous.size(), 120);
     }
 
     void badEmbeddingAnswers()
     {
         ContextManager manager(api);
         // Fewer vectors than texts: the pairing stops at the shorter list. No watch: only these runs count.
-        provider.enqueueEmbeddings(TestProvider::Response::json(200, "{\"data\":[{\"embedding\":[1,0]}]}"));
+        provider.enqueueEmbeddings(TestProvider::Response::body(200, "{\"data\":[{\"embedding\":[1,0]}]}"));
         const QUrl url = writeFile(QStringLiteral("drei.csv"), csv(3));
         manager.processFile(url);
         QCoro::waitFor(manager.waitUntilIdle());
@@ -199,7 +187,7 @@ private slots:
         QCOMPARE(logMessages().last(), QStringLiteral("✅ Processed: drei.csv (3 chunks, 1 total)"));
 
         // A refused batch keeps the earlier chunks, stores the new text and description, and unmarks.
-        provider.enqueueEmbeddings(TestProvider::Response::text(429, "slow down"));
+        provider.enqueueEmbeddings(TestProvider::Response::body(429, "slow down"));
         writeFile(url.fileName(), csv(4));
         manager.processFile(url);
         QCoro::waitFor(manager.waitUntilIdle());
@@ -212,7 +200,7 @@ private slots:
 
         // Zero vectors and vectors of another length are stored as they came.
         provider.enqueueEmbeddings(
-            TestProvider::Response::json(200, "{\"data\":[{\"embedding\":[0,0]},{\"embedding\":[1]},{"
+            TestProvider::Response::body(200, "{\"data\":[{\"embedding\":[0,0]},{\"embedding\":[1]},{"
                                               "\"embedding\":[1,2,3]},{\"embedding\":[]}]}"));
         manager.processFile(url);
         QCoro::waitFor(manager.waitUntilIdle());

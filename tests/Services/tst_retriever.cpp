@@ -1,3 +1,4 @@
+#include "CaseFiles.h"
 #include "KnowledgeTestUtil.h"
 #include "Services/Retriever.h"
 
@@ -6,9 +7,7 @@ using namespace KnowledgeTest;
 namespace {
 
 const QByteArray QueryAnswer = "{\"data\":[{\"embedding\":[1,0,0,0,0]}]}";
-const QList<double> Exactly018{9, 49, 3, 3, 0}; // 9 / 50
-const QList<double> Exactly015{3, 19, 5, 2, 1}; // 3 / 20
-const QList<double> Score060{3, 4, 0, 0, 0};    // 3 / 5
+const QList<double> Score060{3, 4, 0, 0, 0}; // 3 / 5
 const QList<double> Unrelated{0, 0, 0, 0, 1};
 
 } // namespace
@@ -30,7 +29,7 @@ class TestRetriever : public QObject, Fixture {
     // The knowledge message for `question`, and the log lines its retrieval wrote.
     std::optional<QString>
     ask(const QString &question, const QList<DocumentChunk> &chunks, QStringList *log = nullptr,
-        const TestProvider::Response &answer = TestProvider::Response::json(200, QueryAnswer))
+        const TestProvider::Response &answer = TestProvider::Response::body(200, QueryAnswer))
     {
         provider.enqueueEmbeddings(answer);
         const qsizetype start = logMessages().size();
@@ -51,51 +50,39 @@ private slots:
 
     // Both thresholds are strict: a top score of exactly 0.18 brings no matches, and above it a score of
     // exactly 0.15 is no match. At most ten matches, equal scores in their order; vectors of no length or
-    // of another length score nothing. Chunks that lead to no file give no knowledge.
+    // of another length score nothing. Chunks that lead to no file give no knowledge. The cases are in
+    // tests/data/retriever: the chunks' vectors and the log the retrieval writes.
     void scoring_data()
     {
-        QTest::addColumn<QList<QList<double>>>("vectors");
+        QTest::addColumn<QJsonArray>("vectors");
         QTest::addColumn<QStringList>("log");
-        QTest::addRow("top score exactly 0.18")
-            << QList<QList<double>>{Exactly018, Exactly015}
-            << QStringList{"🔍 RAG: topScore=0.180, semantic matches=0, filename matches=0"};
-        QTest::addRow("a match exactly 0.15")
-            << QList<QList<double>>{Exactly018, Exactly015, Score060}
-            << QStringList{"🔍 RAG: topScore=0.600, semantic matches=2, filename matches=0",
-                           " - [0.600] Stück 2...", " - [0.180] Stück 0..."};
-        QStringList tenBest{"🔍 RAG: topScore=0.600, semantic matches=10, filename matches=0"};
-        for (int i = 0; i < 10; ++i)
-            tenBest.append(QStringLiteral(" - [0.600] Stück %1...").arg(i));
-        QTest::addRow("ten best of eleven") << QList<QList<double>>(11, Score060) << tenBest;
-        QTest::addRow("no length, another length")
-            << QList<QList<double>>{{0, 0, 0, 0, 0}, {1, 0}, {}}
-            << QStringList{"🔍 RAG: topScore=0.000, semantic matches=0, filename matches=0"};
+        const auto cases = CaseFiles::cases(QStringLiteral("retriever"));
+        QVERIFY(!cases.isEmpty());
+        for (const auto &[row, values] : cases)
+            QTest::newRow(row.constData())
+                << values.at(0).toArray() << values.at(1).toVariant().toStringList();
     }
     void scoring()
     {
-        QFETCH(QList<QList<double>>, vectors);
+        QFETCH(QJsonArray, vectors);
         QFETCH(QStringList, log);
         QList<DocumentChunk> chunks;
-        for (const QList<double> &vector : vectors)
-            chunks.append({QStringLiteral("Stück %1").arg(chunks.size()), vector});
+        for (const QJsonValue &vector : vectors) {
+            QList<double> numbers;
+            for (const QJsonValue &number : vector.toArray())
+                numbers.append(number.toDouble());
+            chunks.append({QStringLiteral("Stück %1").arg(chunks.size()), numbers});
+        }
         QStringList written;
         QVERIFY(!ask(QStringLiteral("Was gibt es?"), chunks, &written).has_value());
-        QCOMPARE(written,
-                 QStringList{
-                     QStringLiteral("🔍 RAG: Query='Was gibt es?', %1 chunks available").arg(chunks.size())} +
-                     log);
+        QCOMPARE(written, log);
     }
 
     void knowledgeFormCharacterForCharacter()
     {
         const DocumentChunk chunk = track(QStringLiteral("notiz.txt"), "Die Miete ist 900.", Score060);
-        QCOMPARE(*ask(QStringLiteral("Miete?"), {chunk}),
-                 QStringLiteral("<database_schema>\n") + m_manager->getKnowledgeOverview() +
-                     QStringLiteral("\n</database_schema>\n\n<relevant_data>\n\n\n--- notiz.txt ---\n"
-                                    "Die Miete ist 900.\n\n\n</relevant_data>\n\n<instructions>\nPrompt\n"
-                                    "Beantworte die Frage anhand der oben bereitgestellten Daten. Erfinde "
-                                    "KEINE Informationen, die nicht in den Daten stehen. Antworte präzise "
-                                    "und hilfreich.\n</instructions>"));
+        QCOMPARE(CaseFiles::lines(*ask(QStringLiteral("Miete?"), {chunk})),
+                 CaseFiles::expected(QStringLiteral("retriever/knowledge")));
     }
 
     void fileNameRules()
@@ -150,11 +137,11 @@ private slots:
         provider.clearScript();
 
         const DocumentChunk chunk = track(QStringLiteral("v.txt"), "Vektoren");
-        QVERIFY(!ask(QStringLiteral("v"), {chunk}, &log, TestProvider::Response::text(500, "kaputt")));
+        QVERIFY(!ask(QStringLiteral("v"), {chunk}, &log, TestProvider::Response::body(500, "kaputt")));
         QCOMPARE(log.last(), QStringLiteral("❌ RAG Error: Error Domain=InfomaniakAPI Code=500 \"Embedding "
                                             "request failed (HTTP 500): kaputt\""));
         QVERIFY(
-            !ask(QStringLiteral("v.txt"), {chunk}, &log, TestProvider::Response::json(200, "{\"data\":[]}")));
+            !ask(QStringLiteral("v.txt"), {chunk}, &log, TestProvider::Response::body(200, "{\"data\":[]}")));
         QCOMPARE(log.size(), 2); // the query line and the file-name match, nothing after
     }
 };

@@ -1,6 +1,6 @@
 #include "../Services/KnowledgeTestUtil.h"
 #include "AppSettings.h"
-#include "ConsoleCapture.h"
+#include "CaseFiles.h"
 #include "Core/AppTheme.h"
 #include "Services/KnowledgeBookmarks.h"
 
@@ -108,17 +108,8 @@ private slots:
 
         ConsoleCapture console;
         QCOMPARE(settings.getKnowledgeURLs(), QList<QUrl>({urls[0], urls[2], urls[4]}));
-        const QStringList expected{
-            QStringLiteral("📁 Bookmark [0]: a.txt → resolved (stale: false, accessed: true)"),
-            QStringLiteral(
-                "❌ Bookmark [1] ungültig (anderer Mac?): The bookmark was created on another computer."),
-            QStringLiteral("📁 Bookmark [2]: c.txt → resolved (stale: true, accessed: true)"),
-            QStringLiteral(
-                "⚠️ Bookmark [3]: gone.txt → Datei nicht gefunden (anderer Mac?), wird entfernt"),
-            QStringLiteral("📁 Bookmark [4]: d.txt → resolved (stale: true, accessed: true)"),
-            QStringLiteral("❌ Bookmark [5] ungültig (anderer Mac?): The bookmark data is corrupted.")};
-        QCOMPARE(console.lines().mid(0, 6), expected);
-        QCOMPARE(console.lines().last(), QStringLiteral("🧹 Bereinige 5 ungültige Wissensdatei(en)"));
+        QCOMPARE(CaseFiles::lines(console.text()),
+                 CaseFiles::expected(QStringLiteral("appsettings/start-up")));
         QCOMPARE(KnowledgeBookmarks::decodeList(settings.knowledgeBookmarksData()),
                  QList<QByteArray>({stored[0], stored[2], stored[4]}));
     }

@@ -46,6 +46,27 @@ inline void addFileRows(const QString &inputs, const QString &suite, const QStri
                                       QFileInfo(name).completeBaseName() + QStringLiteral(".expected")));
 }
 
+// A text as lines, the way a file holds them: its last line end opens no further line.
+inline QStringList lines(QString text)
+{
+    if (text.endsWith(u'\n'))
+        text.chop(1);
+    return text.split(u'\n');
+}
+
+// A JSON body as an .expected file holds it: indented, one member a line.
+inline QStringList lines(const QJsonObject &body)
+{
+    return lines(QString::fromUtf8(QJsonDocument(body).toJson()));
+}
+
+// The lines of tests/data/<name>.expected, to compare with the lines a test saw: a failure names the first
+// line that differs.
+inline QStringList expected(const QString &name)
+{
+    return lines(QString::fromUtf8(read(TestEnvironment::data(name + QStringLiteral(".expected")))));
+}
+
 // What a reader gave, the way an .expected file holds it: the console lines without their time, then the
 // text.
 inline QString outcome(const ConsoleCapture &console, const std::optional<QString> &text)

@@ -15,13 +15,6 @@ namespace {
 
 using Response = TestProvider::Response;
 
-QByteArray sseEvent(const QString &content)
-{
-    const QJsonObject choice{{"index", 0}, {"delta", QJsonObject{{"content", content}}}};
-    const QJsonObject event{{"object", "chat.completion.chunk"}, {"choices", QJsonArray{choice}}};
-    return "data: " + QJsonDocument(event).toJson(QJsonDocument::Compact) + "\n\n";
-}
-
 // A friendly echo in Markdown: the question, the model, the history's length, the pictures and whether
 // knowledge came with it.
 Response defaultChatAnswer(const QJsonObject &request, int delayMs)
@@ -49,42 +42,36 @@ Response defaultChatAnswer(const QJsonObject &request, int delayMs)
     return r;
 }
 
-// A word is a run of letters and digits, found by hand: a regular expression allocates per word, and the
-// sanitizer builds embed thousands of chunks.
-QList<double> bagOfWordsVector(const QString &text, int dimensions = 64)
-{
-    QList<double> v(dimensions, 0.0);
-    const std::u32string codes = text.toLower().toStdU32String();
-    for (size_t start = 0, at = 0; at <= codes.size(); ++at) {
-        if (at < codes.size() && QChar::isLetterOrNumber(codes[at]))
-            continue;
-        if (at > start) {
-            const QByteArray hash = QCryptographicHash::hash(
-                QString::fromUcs4(codes.data() + start, qsizetype(at - start)).toUtf8(),
-                QCryptographicHash::Md5);
-            v[int(quint8(hash[0]) | (quint8(hash[1]) << 8)) % dimensions] += 1.0;
-        }
-        start = at + 1;
-    }
-    v[dimensions - 1] += 0.01; // never the zero vector
-    double norm = 0;
-    for (double x : v)
-        norm += x * x;
-    for (double &x : v)
-        x /= std::sqrt(norm);
-    return v;
-}
-
+// Hashed bags of words: a word is a run of letters and digits, found by hand, as a regular expression
+// allocates per word and the sanitizer builds embed thousands of chunks.
 Response defaultEmbeddings(const QJsonObject &request)
 {
+    constexpr int Dimensions = 64;
     QJsonArray data;
     for (const QJsonValue &input : request["input"].toArray()) {
+        QList<double> v(Dimensions, 0.0);
+        const std::u32string codes = input.toString().toLower().toStdU32String();
+        for (size_t start = 0, at = 0; at <= codes.size(); ++at) {
+            if (at < codes.size() && QChar::isLetterOrNumber(codes[at]))
+                continue;
+            if (at > start) {
+                const QByteArray hash = QCryptographicHash::hash(
+                    QString::fromUcs4(codes.data() + start, qsizetype(at - start)).toUtf8(),
+                    QCryptographicHash::Md5);
+                v[int(quint8(hash[0]) | (quint8(hash[1]) << 8)) % Dimensions] += 1.0;
+            }
+            start = at + 1;
+        }
+        v[Dimensions - 1] += 0.01; // never the zero vector
+        double norm = 0;
+        for (double x : v)
+            norm += x * x;
         QJsonArray vector;
-        for (double x : bagOfWordsVector(input.toString()))
-            vector.append(x);
+        for (double x : v)
+            vector.append(x / std::sqrt(norm));
         data.append(QJsonObject{{"object", "embedding"}, {"index", int(data.size())}, {"embedding", vector}});
     }
-    return Response::json(
+    return Response::body(
         200, QJsonDocument(QJsonObject{{"object", "list"}, {"data", data}}).toJson(QJsonDocument::Compact));
 }
 
@@ -93,24 +80,22 @@ Response defaultEmbeddings(const QJsonObject &request)
 Response Response::sse(const QStringList &contents, bool done, int delayMs)
 {
     Response r;
-    for (const QString &c : contents)
-        r.pieces.append({sseEvent(c), delayMs});
+    for (const QString &content : contents) {
+        const QJsonObject choice{{"index", 0}, {"delta", QJsonObject{{"content", content}}}};
+        const QJsonObject event{{"object", "chat.completion.chunk"}, {"choices", QJsonArray{choice}}};
+        r.pieces.append({"data: " + QJsonDocument(event).toJson(QJsonDocument::Compact) + "\n\n", delayMs});
+    }
     if (done)
         r.pieces.append({"data: [DONE]\n\n", delayMs});
     return r;
 }
 
-Response Response::json(int status, const QByteArray &body)
-{
-    return text(status, body, "application/json");
-}
-
-Response Response::text(int status, const QByteArray &body, const QByteArray &contentType)
+Response Response::body(int status, const QByteArray &bytes, const QByteArray &contentType)
 {
     Response r;
     r.status = status;
     r.contentType = contentType;
-    r.pieces.append({body, 0});
+    r.pieces.append({bytes, 0});
     return r;
 }
 
@@ -120,13 +105,8 @@ Response Response::modelList(const QStringList &ids)
     for (const QString &id : ids)
         data.append(
             QJsonObject{{"id", id}, {"object", "model"}, {"created", 0}, {"owned_by", "test-provider"}});
-    return json(
+    return body(
         200, QJsonDocument(QJsonObject{{"object", "list"}, {"data", data}}).toJson(QJsonDocument::Compact));
-}
-
-QJsonObject TestProvider::Request::json() const
-{
-    return QJsonDocument::fromJson(body).object();
 }
 
 TestProvider::TestProvider(QObject *parent)
@@ -202,7 +182,7 @@ void TestProvider::respond(QTcpSocket *socket, const Request &request)
     } else if (request.method == "GET" && request.path.endsWith("/models") && !m_modelList.isEmpty()) {
         response = Response::modelList(m_modelList);
     } else {
-        response = Response::json(404, R"({"error":{"message":"Unknown path","code":"not_found"}})");
+        response = Response::body(404, R"({"error":{"message":"Unknown path","code":"not_found"}})");
     }
     if (response.neverAnswer)
         return;

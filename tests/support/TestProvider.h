@@ -3,6 +3,7 @@
 #include <QByteArray>
 #include <QHash>
 #include <QHostAddress>
+#include <QJsonDocument>
 #include <QJsonObject>
 #include <QList>
 #include <QObject>
@@ -35,11 +36,10 @@ public:
         bool abortAfterPieces = false; // drop the connection after the pieces, short of an announced length
 
         static Response sse(const QStringList &contents, bool done = true, int delayMs = 0);
-        static Response json(int status, const QByteArray &body);
-        static Response text(int status, const QByteArray &body,
-                             const QByteArray &contentType = "text/plain");
-        // The OpenAI list of models: {"object": "list", "data": [{"id", "object": "model", ...}]}.
-        static Response modelList(const QStringList &ids);
+        // A body as it is (clients do not read its type).
+        static Response body(int status, const QByteArray &bytes,
+                             const QByteArray &contentType = "application/json");
+        static Response modelList(const QStringList &ids); // as OpenAI lists them
     };
 
     struct Request {
@@ -47,7 +47,7 @@ public:
         QByteArray path;
         QHash<QByteArray, QByteArray> headers; // names lower-cased
         QByteArray body;
-        QJsonObject json() const;
+        QJsonObject json() const { return QJsonDocument::fromJson(body).object(); }
     };
 
     explicit TestProvider(QObject *parent = nullptr);
